@@ -1,0 +1,7 @@
+#include "qo/platform/ErrorMode.h"
+
+namespace qo::platform {
+
+void suppressCriticalErrorDialogs() {}
+
+}  // namespace qo::platform
