@@ -2,7 +2,8 @@
 # Sets up, builds and runs every test of qo:
 #   1. Windows x64 (MinGW-w64 cross build), tests run under Wine;
 #   2. Linux with clang, AddressSanitizer and UndefinedBehaviorSanitizer;
-#   3. Linux with g++ (Release), including the outside-consumer check that
+#   3. Linux with g++ and ThreadSanitizer;
+#   4. Linux with g++ (Release), including the outside-consumer check that
 #      builds a small project against the installed package.
 # Stops at the first failing step; ends with ctest's summary of the last one.
 set -euo pipefail
@@ -31,12 +32,21 @@ trap - EXIT
 # --- Linux, clang with sanitizers ---------------------------------------------
 step "Linux clang ASan+UBSan build"
 cmake -S . -B build/asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER=clang++ \
-  -DQO_SANITIZE=ON >/dev/null
+  -DQO_SANITIZE=address >/dev/null
 cmake --build build/asan -j "$jobs"
 step "Linux clang ASan+UBSan tests"
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=0
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 (cd build/asan && ctest --output-on-failure -j "$jobs" --timeout 600)
+
+# --- Linux, g++ with ThreadSanitizer -----------------------------------------------
+step "Linux g++ TSan build"
+cmake -S . -B build/tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQO_SANITIZE=thread \
+  -DQO_BUILD_EXAMPLES=OFF >/dev/null
+cmake --build build/tsan -j "$jobs"
+step "Linux g++ TSan tests"
+export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
+(cd build/tsan && ctest --output-on-failure -j "$jobs" --timeout 600)
 
 # --- Linux, g++ --------------------------------------------------------------------
 step "Linux g++ build"

@@ -215,7 +215,7 @@ TEST_F(CBaseTest, ManyThreadsSharingOneObject) {
 }
 
 TEST_F(CBaseTest, LastReleaseRacingOnManyThreadsDeletesOnce) {
-  for (int round = 0; round < 200; ++round) {
+  for (int round = 0; round < 100; ++round) {
     P<CCounted> object(new CCounted);
     std::vector<P<CCounted>> copies(4, object);
     object = nil;
@@ -223,7 +223,7 @@ TEST_F(CBaseTest, LastReleaseRacingOnManyThreadsDeletesOnce) {
     for (auto& copy : copies) threads.emplace_back([&copy] { copy = nil; });
     for (auto& t : threads) t.join();
   }
-  EXPECT_EQ(g_destroyed, 200);
+  EXPECT_EQ(g_destroyed, 100);
 }
 
 // --- checked casts -------------------------------------------------------------

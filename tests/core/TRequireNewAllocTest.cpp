@@ -30,7 +30,7 @@ const String kMessage = u"Objects of class qo::TRequireNewAlloc<qo::CBase> must 
 TEST(TRequireNewAllocTest, HeapObjectsAreBuilt) {
   P<CHeapOnly> a(new CHeapOnly(5));
   EXPECT_EQ(a->m_value, 5);
-  P<CHeapOnly> b(new (CBase::RawNew()) CHeapOnly);
+  P<CHeapOnly> b(new (CBase::RawNew{}) CHeapOnly);
   EXPECT_EQ(b->getRefCountForDebugging(), 1);
 }
 
