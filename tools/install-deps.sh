@@ -2,7 +2,7 @@
 # Installs what building and testing qo needs on Debian (run as root).
 # Skips apt-get entirely when everything is already there.
 set -euo pipefail
-packages=(cmake ninja-build g++ clang libgtest-dev googletest libbenchmark-dev
+packages=(cmake ninja-build g++ clang libclang-rt-dev libgtest-dev googletest libbenchmark-dev
           g++-mingw-w64-x86-64-posix wine wine64 libxml2-utils)
 if [ "${1:-}" = "--linux-only" ]; then
   packages=(cmake ninja-build g++)
