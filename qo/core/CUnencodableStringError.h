@@ -3,7 +3,8 @@
 // Raised by String conversions (toUTF8 with a lone surrogate, toLatin1 with
 // a character above U+00FF, toCP with a character the code page lacks).
 // Message "The text cannot be represented in the requested encoding.";
-// empty domain, code -1, no properties.
+// empty domain, code -1; String conversions add "offset" (the index of the first
+// character that cannot be encoded) and, for code pages, "codePage".
 //
 // Not thread-safe (as CError).
 #ifndef QO_CORE_CUNENCODABLESTRINGERROR_H

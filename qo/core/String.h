@@ -16,9 +16,14 @@
 //                            Windows, UTF-32 on POSIX)
 // Encoding a character the target cannot hold (a lone surrogate, or one
 // outside the code page) throws CUnencodableStringError; decoding bytes that
-// are not valid in the source encoding throws CParseError with the property
-// "offset" (the index of the first bad byte or unit). No conversion crashes on
-// any input.
+// are not valid in the source encoding throws CParseError. Both carry the
+// property "offset": the index of the unit that could not be encoded, or of
+// the first byte (unit) of the first ill-formed sequence. Code page errors add
+// "codePage" (and give "offset" only where the OS tells it). No conversion
+// crashes on any input.
+//
+//   std::string utf8 = name.toUTF8();                  // may throw
+//   String fromLog = String::wstringFromUTF8WithLatin1Fallback(bytes);  // never throws
 //
 // Comparison operators and hashing are ordinal (by code unit). The named
 // operations keep the library's historic names (StartsWith, Mid, ...).
@@ -83,29 +88,35 @@ public:
   operator std::u16string_view() const noexcept { return m_text; }
 
   // --- conversions ----------------------------------------------------------
-  /// Strict UTF-8. Throws CUnencodableStringError for a lone surrogate.
+  /// Strict UTF-8. Throws CUnencodableStringError ("offset") for a lone
+  /// surrogate.
   std::string toUTF8() const;
   /// UTF-8 with every lone surrogate written as U+FFFD. Never throws for
   /// encoding reasons; for logs and diagnostics.
   std::string toUTF8Lossy() const;
-  /// Strict: throws CParseError ("offset") for overlong forms, encoded
-  /// surrogates, values above U+10FFFF, truncated or stray bytes.
+  /// Strict: throws CParseError ("Invalid UTF-8 text.", "offset") for overlong
+  /// forms, encoded surrogates, values above U+10FFFF, truncated sequences and
+  /// stray continuation bytes; "offset" is where the bad sequence starts.
   static String fromUTF8(std::string_view utf8);
   static String fromUTF8(char const* utf8, std::size_t length) { return fromUTF8(std::string_view(utf8, length)); }
   /// Valid UTF-8 sequences decode; every byte that does not start one is
   /// taken as a Latin-1 character. Never throws for encoding reasons.
   static String wstringFromUTF8WithLatin1Fallback(std::string_view bytes);
-  /// Throws CUnencodableStringError for a unit above U+00FF.
+  /// Throws CUnencodableStringError ("offset") for a unit above U+00FF.
   std::string toLatin1() const;
   static String fromLatin1(std::string_view latin1);
   /// To a Windows code page (1252, 437, 65001 ...). Throws
   /// CUnencodableStringError for a character the page lacks (no best-fit
-  /// substitutes), CInvalidArgError for a code page the OS does not know.
+  /// substitutes) or a lone surrogate, CInvalidArgError for a code page the
+  /// OS does not know (and, on Windows, for text of 2^31 units or more).
+  /// 65001 is toUTF8 itself, so it is equally strict on every platform.
   std::string toCP(unsigned codePage) const;
   /// From a code page. Throws CParseError for bytes invalid in the page,
-  /// CInvalidArgError for an unknown code page.
+  /// CInvalidArgError for an unknown code page. 65001 is fromUTF8 itself.
+  /// Which bytes a page leaves undefined follows the OS's tables (glibc
+  /// refuses 0x81 in 1252, Windows maps it to U+0081).
   static String fromCP(std::string_view bytes, unsigned codePage);
-  /// Throws CUnencodableStringError for a lone surrogate.
+  /// Throws CUnencodableStringError ("offset") for a lone surrogate.
   std::u32string toUTF32() const;
   /// Throws CParseError ("offset") for surrogates and values above U+10FFFF.
   static String fromUTF32(std::u32string_view text);
@@ -113,6 +124,7 @@ public:
   std::wstring toWString() const;
 
   // --- the named operations -------------------------------------------------
+  /// With ignoreCase the upper-cased texts are compared (see Upper).
   bool StartsWith(String const& prefix, bool ignoreCase = false) const;
   bool EndsWith(String const& suffix, bool ignoreCase = false) const;
   bool Contains(String const& part, bool ignoreCase = false) const;
@@ -122,9 +134,9 @@ public:
   /// Last position of part, or npos.
   std::size_t FindLast(String const& part) const noexcept;
   std::size_t FindLast(char16_t c) const noexcept;
-  /// Ordinal comparison: negative, zero or positive.
+  /// Ordinal comparison by code unit: -1, 0 or 1.
   int Compare(String const& other) const noexcept;
-  /// Comparison of the upper-cased texts: negative, zero or positive.
+  /// Ordinal comparison of the upper-cased texts: -1, 0 or 1.
   int CmpNoCase(String const& other) const;
   /// Every occurrence of from replaced by to, left to right, not rescanning
   /// replaced text. An empty from changes nothing.
@@ -138,6 +150,9 @@ public:
   String Left(std::size_t count) const;
   String Mid(std::size_t start, std::size_t count = npos) const;
   String Right(std::size_t count) const;
+  /// The OS's simple one-to-one case mapping ("C.UTF-8" on POSIX,
+  /// CharLowerBuffW/CharUpperBuffW on Windows); the length never changes, so
+  /// U+00DF stays as it is in Upper.
   String Lower() const;
   String Upper() const;
   /// Fill characters put in front until the text is width units long.
@@ -188,7 +203,9 @@ inline String toString(int value) { return toString(static_cast<long long>(value
 inline String toString(long value) { return toString(static_cast<long long>(value)); }
 inline String toString(unsigned value) { return toString(static_cast<unsigned long long>(value)); }
 inline String toString(unsigned long value) { return toString(static_cast<unsigned long long>(value)); }
-/// Shortest text that reads back as the same double ("1.5", "1e+100").
+/// Shortest text of 15 to 17 significant digits that reads back as the
+/// same double ("1.5", "0.1", "1e+100", "inf", "nan"); always with ".",
+/// whatever the C locale.
 QO_API String toString(double value);
 /// "0x" and the address in hexadecimal, at least 8 digits.
 QO_API String toString(void const* address);
