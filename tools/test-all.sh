@@ -22,9 +22,13 @@ cmake -S . -B build/win64 -G Ninja -DCMAKE_BUILD_TYPE=Release \
 cmake --build build/win64 -j "$jobs"
 step "Windows x64 tests under Wine"
 export WINEDEBUG=-all
-export WINEPREFIX="${WINEPREFIX:-$HOME/.wine-qo}"
+# A prefix of the build's own, so that no other Wine user is disturbed by
+# the persistent server started (and killed) here.
+export WINEPREFIX="$root/build/wine-prefix"
 wineboot --init >/dev/null 2>&1 || true
-wineserver -p
+# Keep the server alive between test executables (it may already run,
+# started by wineboot: then -p has nothing to do and fails).
+wineserver -p || true
 trap 'wineserver -k >/dev/null 2>&1 || true' EXIT
 (cd build/win64 && ctest --output-on-failure -j "$jobs" --timeout 300)
 wineserver -k >/dev/null 2>&1 || true
