@@ -26,8 +26,8 @@ export WINEDEBUG=-all
 # the persistent server started (and killed) here.
 export WINEPREFIX="$root/build/wine-prefix"
 wineboot --init >/dev/null 2>&1 || true
-# Keep the server alive between test executables (it may already run,
-# started by wineboot: then -p has nothing to do and fails).
+# Let wineboot's server end, then keep one alive between test executables.
+wineserver -w || true
 wineserver -p || true
 trap 'wineserver -k >/dev/null 2>&1 || true' EXIT
 (cd build/win64 && ctest --output-on-failure -j "$jobs" --timeout 300)
