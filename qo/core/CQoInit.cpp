@@ -5,18 +5,27 @@
 
 #include "qo/core/CSafeGlobalDisposer.h"
 #include "qo/core/CSafeGlobalSlot.h"
+#include "qo/platform/Debug.h"
 #include "qo/platform/ErrorMode.h"
+#include "qo/thread/CThreadList.h"
+#include "qo/thread/CThreadLocalStorageManager.h"
 
 namespace qo {
 
 CQoInit::CQoInit() {
-  // TODO(#5): obtain the thread list first, so it exists before anything else.
+  // The thread list first, so it is disposed after everything that may still
+  // own threads.
+  (void)CThreadList::get();
   (void)CQoInitHelper::get();
 }
 
 CQoInit::~CQoInit() {
-  // TODO(#5): stop the library's threads (30000 ms) and warn on the debugger
-  // output when some do not end.
+  // TODO(#6): the network auto-mounter is deinitialised here once it exists.
+  if (!CThreadList::get()->stopAllThreads(30000, true)) {
+    platform::debugOutput(
+        "\n\nWARNING, WARNING, WARNING: not all threads could be stopped in ~CQoInit. Deadlocks, crashes and "
+        "memory leaks may occur.\n\n\n");
+  }
   CSafeGlobalSlot::disposeAll();
   CSafeGlobalDisposer::get().disposeAll();
 }
@@ -25,14 +34,12 @@ CQoInit::CQoInitHelper::CQoInitHelper() {
   // Keep a locale the application chose; leave "C" for the user's own.
   char const* current = std::setlocale(LC_ALL, nullptr);
   if (current == nullptr || std::strcmp(current, "C") == 0) std::setlocale(LC_ALL, "");
-  // TODO(#5): prepare the calling thread for the library's thread services.
+  // TODO(#7): prepare the calling thread for crash handling here.
   platform::suppressCriticalErrorDialogs();
-  // TODO(#5): create the thread-local storage manager here.
+  (void)CThreadLocalStorageManager::get();
 }
 
-CQoInit::CQoInitHelper::~CQoInitHelper() {
-  // TODO(#5): release the calling thread's thread-local values.
-}
+CQoInit::CQoInitHelper::~CQoInitHelper() { CThreadLocalStorageManager::get()->releaseAllThreadValues(); }
 
 P<CQoInit::CQoInitHelper> const& CQoInit::CQoInitHelper::get() {
   static CSafeGlobalSlot g_pInstanceSlot;

@@ -5,11 +5,15 @@
 //     qo::CQoInit init;  // before anything else of qo
 //     ...
 //   }                    // stops the library's threads, disposes singletons
-// Construction sets the C locale to the environment's default when it is
-// still "C" (a locale the application chose stays), switches off the OS's
-// critical-error dialogs, and creates the singletons that must exist early.
-// Destruction disposes every singleton (CSafeGlobalSlot::disposeAll, newest
-// first) and then runs the CSafeGlobalDisposer functions.
+// Construction creates the thread list, sets the C locale to the
+// environment's default when it is still "C" (a locale the application
+// chose stays), switches off the OS's critical-error dialogs, and creates the
+// singletons that must exist early (the thread-local storage manager).
+// Destruction signals every library thread that must stop before the process
+// exits and waits for them up to 30000 ms in all (a warning goes to the
+// debugger output when some do not end), then disposes every singleton
+// (CSafeGlobalSlot::disposeAll, newest first) and runs the
+// CSafeGlobalDisposer functions.
 #ifndef QO_CORE_CQOINIT_H
 #define QO_CORE_CQOINIT_H
 
