@@ -49,6 +49,12 @@
 #include "qo/core/TSimpleType.h"
 #include "qo/core/TypeName.h"
 
+#include "qo/fs/CMacPathTraits.h"
+#include "qo/fs/CPathTraitsBase.h"
+#include "qo/fs/CUnixPathTraits.h"
+#include "qo/fs/CWindowsPathTraits.h"
+#include "qo/fs/TPathImpl.h"
+
 #include "qo/thread/CDummyThreadInitService.h"
 #include "qo/thread/CMutex.h"
 #include "qo/thread/CMutexLock.h"
