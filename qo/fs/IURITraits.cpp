@@ -1,0 +1,7 @@
+#include "qo/fs/IURITraits.h"
+
+namespace qo {
+
+IURITraits::~IURITraits() = default;
+
+}  // namespace qo
