@@ -1,0 +1,7 @@
+#include "qo/stream/CDummyWriteBarrier.h"
+
+namespace qo {
+
+CDummyWriteBarrier::~CDummyWriteBarrier() = default;
+
+}  // namespace qo

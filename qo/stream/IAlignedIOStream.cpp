@@ -1,0 +1,7 @@
+#include "qo/stream/IAlignedIOStream.h"
+
+namespace qo {
+
+IAlignedIOStream::~IAlignedIOStream() = default;
+
+}  // namespace qo

@@ -1,0 +1,7 @@
+#include "qo/stream/IAlignedInStream.h"
+
+namespace qo {
+
+IAlignedInStream::~IAlignedInStream() = default;
+
+}  // namespace qo

@@ -1,0 +1,7 @@
+#include "qo/stream/IAlignedOutStream.h"
+
+namespace qo {
+
+IAlignedOutStream::~IAlignedOutStream() = default;
+
+}  // namespace qo

@@ -1,0 +1,9 @@
+#include "qo/stream/IIOStream.h"
+
+namespace qo {
+
+IIOStream::~IIOStream() = default;
+
+String IIOStream::errParamLockConflict() { return u"lockConflict"; }
+
+}  // namespace qo

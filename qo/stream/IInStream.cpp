@@ -1,0 +1,7 @@
+#include "qo/stream/IInStream.h"
+
+namespace qo {
+
+IInStream::~IInStream() = default;
+
+}  // namespace qo

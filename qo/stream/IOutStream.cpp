@@ -1,0 +1,7 @@
+#include "qo/stream/IOutStream.h"
+
+namespace qo {
+
+IOutStream::~IOutStream() = default;
+
+}  // namespace qo
