@@ -54,6 +54,8 @@
 
 #include "qo/stream/CBufferStream.h"
 #include "qo/stream/CConcatInStream.h"
+#include "qo/stream/CDataInStream.h"
+#include "qo/stream/CDataOutStream.h"
 #include "qo/stream/CDelegatingIOStream.h"
 #include "qo/stream/CDummyInStream.h"
 #include "qo/stream/CDummyOutStream.h"
@@ -77,11 +79,13 @@
 #include "qo/stream/IStreamBase.h"
 #include "qo/stream/IStreamLock.h"
 #include "qo/stream/IWriteBarrier.h"
+#include "qo/stream/IeeeExtended.h"
 #include "qo/stream/StreamError.h"
 
 #include "qo/fs/CMacPathTraits.h"
 #include "qo/fs/CPathTraitsBase.h"
 #include "qo/fs/CURI.h"
+#include "qo/fs/CURISelector.h"
 #include "qo/fs/CURITraitsManager.h"
 #include "qo/fs/CURITraits_Empty.h"
 #include "qo/fs/CURITraits_FTP.h"

@@ -1,0 +1,304 @@
+#include "qo/stream/CDataOutStream.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "qo/core/CIOError.h"
+#include "qo/core/CInvalidArgError.h"
+#include "qo/core/CUnencodableStringError.h"
+#include "qo/core/TBuffer.h"
+#include "qo/stream/CBufferStream.h"
+
+#include "stream/DataStreamTestSupport.h"
+
+using namespace qo;
+using qo::test::Bytes;
+using qo::test::hexBytes;
+
+namespace {
+
+/// A data stream over a fresh buffer stream.
+struct Sink {
+  P<CBufferStream> buffer = newP<CBufferStream>();
+  CDataOutStream out{buffer.get()};
+
+  Bytes bytes() const {
+    PC<TBuffer<unsigned char>> data = buffer->getBuffer();
+    return Bytes(reinterpret_cast<char const*>(data->getData()), static_cast<std::size_t>(data->getSize()));
+  }
+};
+
+/// Records every call that reaches it, to see what the data stream hands on.
+class CRecordingOutStream : public CBase, public IOutStream {
+public:
+  struct Write {
+    int size;
+    IWriteBarrier* barrier;
+  };
+  std::vector<Write> writes;
+  Bytes data;
+
+  void write(void const* bytes, int size, IWriteBarrier* barrier) override {
+    writes.push_back({size, barrier});
+    data.append(static_cast<char const*>(bytes), static_cast<std::size_t>(size));
+  }
+  void writeKeepBuffer(TConstBufferSlice<unsigned char> const&, IWriteBarrier*) override {}
+  P<IWriteBarrier> createWriteBarrier(IWriteBarrier*) override { return nil; }
+  void flush() override {}
+  void setLength(long long) override {}
+  long long getLength() const override { return static_cast<long long>(data.size()); }
+  long long getPosition() const override { return static_cast<long long>(data.size()); }
+  CURI getURI() override { return CURI(); }
+  void seek(long long) override {}
+  P<IStreamLock> lockRange(long long, long long, LockType) override { return nil; }
+  void close() override {}
+};
+
+struct WireCase {
+  char const* name;
+  std::function<void(CDataOutStream&)> write;
+  char const* bytes;
+};
+
+}  // namespace
+
+TEST(CDataOutStreamTest, WritesTheWireFormatOfEveryType) {
+  WireCase const cases[] = {
+      {"writeInt8(-1)", [](CDataOutStream& o) { o.writeInt8(-1); }, "FF"},
+      {"writeInt8(0x7F)", [](CDataOutStream& o) { o.writeInt8(0x7F); }, "7F"},
+      {"writeUInt8(0xAB)", [](CDataOutStream& o) { o.writeUInt8(0xAB); }, "AB"},
+      {"writeInt16(-2)", [](CDataOutStream& o) { o.writeInt16(-2); }, "FE FF"},
+      {"writeUInt16(0x1234)", [](CDataOutStream& o) { o.writeUInt16(0x1234); }, "34 12"},
+      {"writeInt32(1)", [](CDataOutStream& o) { o.writeInt32(1); }, "01 00 00 00"},
+      {"writeInt32(min)", [](CDataOutStream& o) { o.writeInt32(std::numeric_limits<std::int32_t>::min()); },
+       "00 00 00 80"},
+      {"writeInt32(-2)", [](CDataOutStream& o) { o.writeInt32(-2); }, "FE FF FF FF"},
+      {"writeUInt32", [](CDataOutStream& o) { o.writeUInt32(0xDEADBEEFu); }, "EF BE AD DE"},
+      {"writeInt64(1)", [](CDataOutStream& o) { o.writeInt64(1); }, "01 00 00 00 00 00 00 00"},
+      {"writeInt64(-2)", [](CDataOutStream& o) { o.writeInt64(-2); }, "FE FF FF FF FF FF FF FF"},
+      {"writeInt64(min)", [](CDataOutStream& o) { o.writeInt64(std::numeric_limits<long long>::min()); },
+       "00 00 00 00 00 00 00 80"},
+      {"writeUInt64", [](CDataOutStream& o) { o.writeUInt64(0x0102030405060708ull); }, "08 07 06 05 04 03 02 01"},
+      {"writeBool(true)", [](CDataOutStream& o) { o.writeBool(true); }, "01"},
+      {"writeBool(false)", [](CDataOutStream& o) { o.writeBool(false); }, "00"},
+      {"writeDouble(1.0)", [](CDataOutStream& o) { o.writeDouble(1.0); }, "3F FF 80 00 00 00 00 00 00 00"},
+      {"writeDouble(-2.0)", [](CDataOutStream& o) { o.writeDouble(-2.0); }, "C0 00 80 00 00 00 00 00 00 00"},
+      {"writeDouble(0.0)", [](CDataOutStream& o) { o.writeDouble(0.0); }, "00 00 00 00 00 00 00 00 00 00"},
+      {"writeDouble(44100.0)", [](CDataOutStream& o) { o.writeDouble(44100.0); }, "40 0E AC 44 00 00 00 00 00 00"},
+      {"writeString empty", [](CDataOutStream& o) { o.writeString(String()); }, "00 00 00 00"},
+      {"writeString abc", [](CDataOutStream& o) { o.writeString(u"abc"); }, "03 00 00 00 61 62 63"},
+      {"writeString U+00E9", [](CDataOutStream& o) { o.writeString(u"\u00E9"); }, "02 00 00 00 C3 A9"},
+      {"writeString U+1F600", [](CDataOutStream& o) { o.writeString(u"\U0001F600"); }, "04 00 00 00 F0 9F 98 80"},
+      {"writeString cut at NUL", [](CDataOutStream& o) { o.writeString(String(u"a\0b\u00E9", 4)); }, "01 00 00 00 61"},
+      {"writeString leading NUL", [](CDataOutStream& o) { o.writeString(String(u"\0b", 2)); }, "00 00 00 00"},
+      {"writeUTF8(char const*)", [](CDataOutStream& o) { o.writeUTF8("ab"); }, "02 00 00 00 61 62"},
+      {"writeUTF8 unchecked", [](CDataOutStream& o) { o.writeUTF8("\xFF\xC3"); }, "02 00 00 00 FF C3"},
+      {"writeUTF8(null)", [](CDataOutStream& o) { o.writeUTF8(static_cast<char const*>(nullptr)); }, "00 00 00 00"},
+      {"writeUTF8(std::string) cut", [](CDataOutStream& o) { o.writeUTF8(std::string("ab\0c", 4)); },
+       "02 00 00 00 61 62"},
+      {"<< char", [](CDataOutStream& o) { o << 'A'; }, "41"},
+      {"<< signed char", [](CDataOutStream& o) { o << static_cast<signed char>(-1); }, "FF"},
+      {"<< unsigned char", [](CDataOutStream& o) { o << static_cast<unsigned char>(200); }, "C8"},
+      {"<< short", [](CDataOutStream& o) { o << static_cast<short>(-2); }, "FE FF"},
+      {"<< unsigned short", [](CDataOutStream& o) { o << static_cast<unsigned short>(0xFFFE); }, "FE FF"},
+      {"<< int", [](CDataOutStream& o) { o << 258; }, "02 01 00 00"},
+      {"<< unsigned", [](CDataOutStream& o) { o << 0x80000000u; }, "00 00 00 80"},
+      {"<< long long", [](CDataOutStream& o) { o << -1LL; }, "FF FF FF FF FF FF FF FF"},
+      {"<< unsigned long long", [](CDataOutStream& o) { o << 0x100ULL; }, "00 01 00 00 00 00 00 00"},
+      {"<< bool", [](CDataOutStream& o) { o << true; }, "01"},
+      {"<< double", [](CDataOutStream& o) { o << 1.0; }, "3F FF 80 00 00 00 00 00 00 00"},
+      {"<< float", [](CDataOutStream& o) { o << 0.5f; }, "3F FE 80 00 00 00 00 00 00 00"},
+      {"<< String", [](CDataOutStream& o) { o << String(u"x"); }, "01 00 00 00 78"},
+      {"<< char const* UTF-8", [](CDataOutStream& o) { o << "\xC3\xA9"; }, "02 00 00 00 C3 A9"},
+      {"<< char const* Latin-1", [](CDataOutStream& o) { o << "\xE9!"; }, "03 00 00 00 C3 A9 21"},
+      {"<< char const* null", [](CDataOutStream& o) { o << static_cast<char const*>(nullptr); }, "00 00 00 00"},
+      {"<< wchar_t const*", [](CDataOutStream& o) { o << L"\u00E9x"; }, "03 00 00 00 C3 A9 78"},
+      {"<< wchar_t const* astral", [](CDataOutStream& o) { o << L"\U0001F600"; }, "04 00 00 00 F0 9F 98 80"},
+      {"<< wchar_t const* null", [](CDataOutStream& o) { o << static_cast<wchar_t const*>(nullptr); },
+       "00 00 00 00"},
+      {"<< char16_t const*", [](CDataOutStream& o) { o << u"ab"; }, "02 00 00 00 61 62"},
+  };
+  for (WireCase const& c : cases) {
+    SCOPED_TRACE(c.name);
+    Sink sink;
+    c.write(sink.out);
+    EXPECT_EQ(hexBytes(c.bytes), sink.bytes());
+  }
+}
+
+TEST(CDataOutStreamTest, LongStringsKeepTheSameRecord) {
+  // Lengths around the point where count and text stop sharing one write.
+  for (std::size_t length : {251u, 252u, 253u, 256u, 300u, 70000u}) {
+    for (char16_t unit : {u'q', u'\u00E9', u'\u20AC'}) {
+      SCOPED_TRACE(testing::Message() << length << " x U+" << std::hex << static_cast<int>(unit));
+      String const text(length, unit);
+      std::string const utf8 = text.toUTF8();
+      Bytes expected(4, '\0');
+      expected[0] = static_cast<char>(utf8.size() & 0xFF);
+      expected[1] = static_cast<char>((utf8.size() >> 8) & 0xFF);
+      expected[2] = static_cast<char>((utf8.size() >> 16) & 0xFF);
+      expected += utf8;
+      Sink viaString;
+      viaString.out.writeString(text);
+      EXPECT_EQ(expected, viaString.bytes());
+      Sink viaUTF8;
+      viaUTF8.out.writeUTF8(utf8);
+      EXPECT_EQ(expected, viaUTF8.bytes());
+    }
+  }
+}
+
+TEST(CDataOutStreamTest, ValuesGoOutWithoutWriteBarrier) {
+  P<CRecordingOutStream> recorder = newP<CRecordingOutStream>();
+  CDataOutStream out(recorder.get());
+  out.writeInt32(7).writeDouble(2.5).writeString(u"text").writeString(String(400, u'z')).writeBool(true);
+  ASSERT_FALSE(recorder->writes.empty());
+  for (CRecordingOutStream::Write const& w : recorder->writes) EXPECT_EQ(nullptr, w.barrier);
+  EXPECT_EQ(4u + 10u + 8u + 404u + 1u, recorder->data.size());
+}
+
+TEST(CDataOutStreamTest, EveryOperationChains) {
+  Sink sink;
+  CDataOutStream& out = sink.out;
+  EXPECT_EQ(&out, &(out << 'a' << static_cast<short>(1) << 2 << 3LL << true << 1.0 << String(u"s") << "n" << L"w"));
+  EXPECT_EQ(&out, &out.writeInt8(1).writeUInt8(1).writeInt16(1).writeUInt16(1).writeInt32(1).writeUInt32(1));
+  EXPECT_EQ(&out, &out.writeInt64(1).writeUInt64(1).writeBool(false).writeDouble(0).writeString(u"").writeUTF8("x"));
+  EXPECT_EQ(&out, &out.patchInt8(0, 1).patchUInt8(0, 1).patchInt16(0, 1).patchUInt16(0, 1).patchInt32(0, 1));
+  EXPECT_EQ(&out, &out.patchUInt32(0, 1).patchInt64(0, 1).patchUInt64(0, 1).patchBool(0, true).patchDouble(0, 1));
+  EXPECT_EQ(&out, &out.patchString(0, u"ab"));
+}
+
+TEST(CDataOutStreamTest, PatchFillsInAPlaceholderAndReturnsToTheEnd) {
+  Sink sink;
+  long long const countPos = sink.out.getPosition();
+  sink.out.writeInt32(0).writeString(u"payload");
+  long long const end = sink.out.getPosition();
+  sink.out.patchInt32(countPos, 42);
+  EXPECT_EQ(end, sink.out.getPosition());
+  EXPECT_EQ(hexBytes("2A 00 00 00 07 00 00 00") + "payload", sink.bytes());
+  sink.out.writeUInt8(0xEE);  // continues at the end
+  EXPECT_EQ(hexBytes("2A 00 00 00 07 00 00 00") + "payload" + hexBytes("EE"), sink.bytes());
+}
+
+TEST(CDataOutStreamTest, EachPatchWritesWhatItsWriteWrites) {
+  struct PatchCase {
+    char const* name;
+    std::function<void(CDataOutStream&)> write;
+    std::function<void(CDataOutStream&, long long)> patch;
+  };
+  PatchCase const cases[] = {
+      {"Int8", [](CDataOutStream& o) { o.writeInt8(-5); }, [](CDataOutStream& o, long long p) { o.patchInt8(p, -5); }},
+      {"UInt8", [](CDataOutStream& o) { o.writeUInt8(250); },
+       [](CDataOutStream& o, long long p) { o.patchUInt8(p, 250); }},
+      {"Int16", [](CDataOutStream& o) { o.writeInt16(-300); },
+       [](CDataOutStream& o, long long p) { o.patchInt16(p, -300); }},
+      {"UInt16", [](CDataOutStream& o) { o.writeUInt16(65000); },
+       [](CDataOutStream& o, long long p) { o.patchUInt16(p, 65000); }},
+      {"Int32", [](CDataOutStream& o) { o.writeInt32(-70000); },
+       [](CDataOutStream& o, long long p) { o.patchInt32(p, -70000); }},
+      {"UInt32", [](CDataOutStream& o) { o.writeUInt32(4000000000u); },
+       [](CDataOutStream& o, long long p) { o.patchUInt32(p, 4000000000u); }},
+      {"Int64", [](CDataOutStream& o) { o.writeInt64(-(1LL << 40)); },
+       [](CDataOutStream& o, long long p) { o.patchInt64(p, -(1LL << 40)); }},
+      {"UInt64", [](CDataOutStream& o) { o.writeUInt64(~0ULL - 1); },
+       [](CDataOutStream& o, long long p) { o.patchUInt64(p, ~0ULL - 1); }},
+      {"Bool", [](CDataOutStream& o) { o.writeBool(true); }, [](CDataOutStream& o, long long p) { o.patchBool(p, true); }},
+      {"Double", [](CDataOutStream& o) { o.writeDouble(-44100.25); },
+       [](CDataOutStream& o, long long p) { o.patchDouble(p, -44100.25); }},
+      {"String", [](CDataOutStream& o) { o.writeString(u"\u00E9t\u00E9"); },
+       [](CDataOutStream& o, long long p) { o.patchString(p, u"\u00E9t\u00E9"); }},
+  };
+  for (PatchCase const& c : cases) {
+    SCOPED_TRACE(c.name);
+    Sink expected;
+    expected.out.writeUInt8(0x11);
+    c.write(expected.out);
+    expected.out.writeUInt8(0x22);
+
+    // The same layout with zero bytes where the value goes, patched later.
+    Sink patched;
+    patched.out.writeUInt8(0x11);
+    long long const at = patched.out.getPosition();
+    Bytes const zeros(expected.bytes().size() - 2, '\0');
+    patched.out.write(zeros.data(), static_cast<int>(zeros.size()));
+    patched.out.writeUInt8(0x22);
+    c.patch(patched.out, at);
+    EXPECT_EQ(expected.bytes(), patched.bytes());
+    EXPECT_EQ(patched.out.getLength(), patched.out.getPosition());
+  }
+}
+
+TEST(CDataOutStreamTest, FailedPatchWriteLeavesThePatchPosition) {
+  P<TBuffer<unsigned char>> bytes = newP<TBuffer<unsigned char>>(10);
+  P<CBufferStream> readOnly = newP<CBufferStream>(static_cast<TBuffer<unsigned char> const*>(bytes.get()));
+  readOnly->seek(8);
+  CDataOutStream out(readOnly.get());
+  try {
+    out.patchInt32(2, 5);
+    FAIL() << "writing to a read-only stream succeeded";
+  } catch (CIOError const& e) {
+    EXPECT_EQ(CIOError::kWriteFailed, e.getErrorCode());
+  }
+  EXPECT_EQ(2, out.getPosition());
+}
+
+TEST(CDataOutStreamTest, FailedPatchSeekLeavesThePosition) {
+  Sink sink;
+  sink.out.writeInt32(1);
+  EXPECT_THROW(sink.out.patchInt32(100, 5), CIOError);
+  EXPECT_EQ(4, sink.out.getPosition());
+  EXPECT_EQ(hexBytes("01 00 00 00"), sink.bytes());
+}
+
+TEST(CDataOutStreamTest, LoneSurrogateThrowsAndWritesNothing) {
+  String const cases[] = {String(u"\xD800", 1), String(u"ab\xDC00", 3), String(u"a\0\xD800", 3)};
+  for (String const& text : cases) {
+    SCOPED_TRACE(text.length());
+    Sink sink;
+    EXPECT_THROW(sink.out.writeString(text), CUnencodableStringError);
+    EXPECT_EQ(0, sink.out.getLength());
+  }
+}
+
+TEST(CDataOutStreamTest, NullInnerStreamIsRefused) {
+  EXPECT_THROW(CDataOutStream(nullptr), CInvalidArgError);
+}
+
+TEST(CDataOutStreamTest, StreamOperationsReachTheInnerStream) {
+  P<CBufferStream> inner = newP<CBufferStream>();
+  inner->setURI(CURI(u"file:///tmp/record.bin"));
+  P<CDataOutStream> out = newP<CDataOutStream>(inner.get());
+  EXPECT_EQ(inner.get(), out->getInnerStream().get());
+  EXPECT_EQ(inner->getURI(), out->getURI());
+
+  out->write("abcdef", 6);
+  EXPECT_EQ(6, inner->getPosition());
+  out->seek(2);
+  EXPECT_EQ(2, inner->getPosition());
+  EXPECT_EQ(2, out->getPosition());
+  out->writeKeepBuffer(TConstBufferSlice<unsigned char>(newP<TBuffer<unsigned char>>(
+                           reinterpret_cast<unsigned char const*>("XY"), 2)));
+  EXPECT_EQ("abXYef", inner->getDataAsString().toUTF8());
+  out->setLength(3);
+  EXPECT_EQ(3, inner->getLength());
+  EXPECT_EQ(3, out->getLength());
+  EXPECT_NE(nullptr, out->createWriteBarrier(nullptr).get());
+  out->flush();
+  try {
+    (void)out->lockRange(0, 1, IStreamBase::LockShared);
+    FAIL() << "the buffer stream locked a range";
+  } catch (CIOError const& e) {
+    EXPECT_EQ(CIOError::kUnsupported, e.getErrorCode());
+  }
+  out->close();
+  try {
+    out->writeInt32(1);
+    FAIL() << "wrote to a closed stream";
+  } catch (CIOError const& e) {
+    EXPECT_EQ(CIOError::kStreamClosed, e.getErrorCode());
+  }
+}
