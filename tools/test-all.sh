@@ -26,8 +26,9 @@ export WINEDEBUG=-all
 # the persistent server started (and killed) here.
 export WINEPREFIX="$root/build/wine-prefix"
 wineboot --init >/dev/null 2>&1 || true
-# Let wineboot's server end, then keep one alive between test executables.
-wineserver -w || true
+# Keep a server alive between test executables. wineboot's own server may
+# still run, and then -p has nothing to do (waiting for that one to end
+# first with -w made the next Wine process hang at exit).
 wineserver -p || true
 trap 'wineserver -k >/dev/null 2>&1 || true' EXIT
 (cd build/win64 && ctest --output-on-failure -j "$jobs" --timeout 300)
