@@ -68,6 +68,8 @@ CThread::~CThread() {
 }
 
 void CThread::stopJoinAndUnregister() noexcept {
+  if (m_unregistered) return;
+  m_unregistered = true;
   try {
     if (!m_detached) {
       signalStop();

@@ -170,6 +170,10 @@ private:
   bool m_entryActive = false;
   P<CThread> m_pSelf;
   P<IBase> m_pDeferredSelf;
+  // Set by the first stopJoinAndUnregister(); deleteThis() and the destructor
+  // both call it, and the second call must not touch the thread list, which
+  // may already be gone at process exit.
+  bool m_unregistered = false;
 };
 
 }  // namespace qo
