@@ -1,0 +1,88 @@
+#include "qo/platform/SysInfo.h"
+
+#include <windows.h>
+
+#include <string>
+
+namespace qo::platform {
+
+namespace {
+
+using RtlGetVersionFunc = LONG(WINAPI*)(OSVERSIONINFOEXW*);
+
+std::u16string decimal(unsigned long value) {
+  std::u16string digits;
+  do {
+    digits.insert(digits.begin(), static_cast<char16_t>(u'0' + value % 10));
+    value /= 10;
+  } while (value != 0);
+  return digits;
+}
+
+bool isWindows64Bit() {
+#if defined(_WIN64)
+  return true;
+#else
+  BOOL wow64 = FALSE;
+  return IsWow64Process(GetCurrentProcess(), &wow64) && wow64;
+#endif
+}
+
+}  // namespace
+
+SysError getOsInfo(OsInfo& out) {
+  out = OsInfo();
+  out.type = u"Windows";
+  out.is64Bit = isWindows64Bit();
+  // GetVersionExW reports the version the executable's manifest claims to
+  // know; the kernel's own answer is what belongs in a diagnostic header.
+  OSVERSIONINFOEXW info = {};
+  info.dwOSVersionInfoSize = sizeof info;
+  SysError error;
+  HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
+  auto rtlGetVersion =
+      ntdll ? reinterpret_cast<RtlGetVersionFunc>(reinterpret_cast<void*>(GetProcAddress(ntdll, "RtlGetVersion")))
+            : nullptr;
+  if (!rtlGetVersion || rtlGetVersion(&info) != 0) {
+    info.dwOSVersionInfoSize = sizeof info;
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+    if (!GetVersionExW(reinterpret_cast<OSVERSIONINFOW*>(&info))) error = lastSysError();
+#pragma GCC diagnostic pop
+  }
+  out.versionMajor = static_cast<int>(info.dwMajorVersion);
+  out.versionMinor = static_cast<int>(info.dwMinorVersion);
+  out.versionUpdate = static_cast<int>(info.dwBuildNumber);
+  std::u16string description = u"Microsoft Windows ";
+  description += decimal(info.dwMajorVersion) + u"." + decimal(info.dwMinorVersion) + u"." + decimal(info.dwBuildNumber);
+  if (info.szCSDVersion[0] != 0) {
+    description += u" ";
+    description += reinterpret_cast<char16_t const*>(info.szCSDVersion);
+  }
+  description += info.wProductType == VER_NT_WORKSTATION ? u" workstation" : u" server";
+  description += out.is64Bit ? u" x64" : u" x86";
+  out.description = description;
+  return error;
+}
+
+SysError getMemoryInfo(MemoryInfo& out) {
+  out = MemoryInfo();
+  MEMORYSTATUSEX status = {};
+  status.dwLength = sizeof status;
+  if (!GlobalMemoryStatusEx(&status)) return lastSysError();
+  out.totalPhysical = status.ullTotalPhys;
+  out.freePhysical = status.ullAvailPhys;
+  return SysError();
+}
+
+int getCoreCount() {
+  DWORD count = GetActiveProcessorCount(ALL_PROCESSOR_GROUPS);
+  if (count == 0) {
+    SYSTEM_INFO info;
+    GetSystemInfo(&info);
+    count = info.dwNumberOfProcessors;
+  }
+  return count >= 1 ? static_cast<int>(count) : 1;
+}
+
+}  // namespace qo::platform
