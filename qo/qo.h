@@ -82,6 +82,8 @@
 #include "qo/stream/IeeeExtended.h"
 #include "qo/stream/StreamError.h"
 
+#include "qo/fs/CLocalFileStream.h"
+#include "qo/fs/CLockFile.h"
 #include "qo/fs/CMacPathTraits.h"
 #include "qo/fs/CPathTraitsBase.h"
 #include "qo/fs/CURI.h"
@@ -95,6 +97,7 @@
 #include "qo/fs/CUnixPathTraits.h"
 #include "qo/fs/CWindowsPathTraits.h"
 #include "qo/fs/IURITraits.h"
+#include "qo/fs/LocalFile.h"
 #include "qo/fs/TPathImpl.h"
 
 #include "qo/thread/CDummyThreadInitService.h"

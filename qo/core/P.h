@@ -59,7 +59,7 @@ public:
   template <class U, class = std::enable_if_t<std::is_convertible_v<U*, T*>>>
   P(P<U>&& other) noexcept : m_p(other.detach()) {}
   ~P() {
-    if (m_p) m_p->release();
+    if (m_p) static_cast<IBase const*>(m_p)->release();  // never a release() the class itself declares
   }
 
   /// A new reference on a borrowed object (addRef).
@@ -74,7 +74,7 @@ public:
     if (p) p->addRef();
     T* old = m_p;
     m_p = p;
-    if (old) old->release();
+    if (old) static_cast<IBase const*>(old)->release();
     return *this;
   }
   P& operator=(P const& other) noexcept { return *this = other.m_p; }
@@ -83,7 +83,7 @@ public:
       T* old = m_p;
       m_p = other.m_p;
       other.m_p = nullptr;
-      if (old) old->release();
+      if (old) static_cast<IBase const*>(old)->release();
     }
     return *this;
   }
@@ -104,7 +104,7 @@ public:
   void reset() noexcept {
     T* old = m_p;
     m_p = nullptr;
-    if (old) old->release();
+    if (old) static_cast<IBase const*>(old)->release();
   }
   /// Gives up the reference without release; the caller owns it now.
   [[nodiscard]] T* detach() noexcept {

@@ -1,0 +1,140 @@
+#include "qo/fs/CLockFile.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "LocalFileTestSupport.h"
+#include "qo/core/CFileSystemError.h"
+#include "qo/core/CIOError.h"
+#include "qo/core/CLockFileError.h"
+#include "qo/fs/LocalFile.h"
+
+namespace qo {
+namespace {
+
+using localfiletest::fileURIText;
+using localfiletest::problemOf;
+using localfiletest::TempFolder;
+
+/// Runs body, which must throw a CLockFileError, and returns a copy of it.
+template <class Body>
+CLockFileError catchLockFileError(String const& path, Body body) {
+  try {
+    body();
+  } catch (CLockFileError const& e) {
+    return e;
+  } catch (CError const& e) {
+    ADD_FAILURE() << "not a CLockFileError: " << e.what();
+  }
+  ADD_FAILURE() << "nothing thrown";
+  return CLockFileError(path, IStreamBase::LockShared);
+}
+
+TEST(CLockFileTest, CreatesTheFileAndHoldsTheLock) {
+  TempFolder dir;
+  String const path = dir.path("a.lock");
+  CLockFile lock(path);
+  EXPECT_TRUE(lock.isHeld());
+  EXPECT_EQ(path, lock.getPath());
+  EXPECT_EQ(IStreamBase::LockExclusive, lock.getLockType());
+  EXPECT_TRUE(localFileExists(path));
+}
+
+TEST(CLockFileTest, LockTypesConflictAsExpected) {
+  struct Case {
+    IStreamBase::LockType first;
+    IStreamBase::LockType second;
+    bool conflict;
+  };
+  Case const cases[] = {
+      {IStreamBase::LockExclusive, IStreamBase::LockExclusive, true},
+      {IStreamBase::LockExclusive, IStreamBase::LockShared, true},
+      {IStreamBase::LockShared, IStreamBase::LockExclusive, true},
+      {IStreamBase::LockShared, IStreamBase::LockShared, false},
+  };
+  TempFolder dir;
+  int n = 0;
+  for (Case const& c : cases) {
+    SCOPED_TRACE(n);
+    String const path = dir.path("l" + std::to_string(n++));
+    CLockFile first(path, c.first);
+    if (!c.conflict) {
+      CLockFile second(path, c.second);
+      EXPECT_TRUE(second.isHeld());
+      continue;
+    }
+    CLockFileError const e = catchLockFileError(path, [&] { CLockFile second(path, c.second); });
+    EXPECT_TRUE(e.isLockConflict());
+    EXPECT_EQ(path, e.getParams().lookup(CLockFileError::paramPath()));
+    EXPECT_EQ(IStreamBase::lockTypeToString(c.second), e.getParams().lookup(IStreamBase::paramLockType()));
+    auto const* cause = dynamic_cast<CFileSystemError const*>(e.getCause().get());
+    ASSERT_NE(nullptr, cause);
+    EXPECT_EQ(CFileSystemError::kLockConflict, cause->getProblem());
+    EXPECT_EQ(fileURIText(path), cause->getParams().lookup(u"uri").toUTF8());
+  }
+}
+
+TEST(CLockFileTest, ReleaseLetsTheNextOneIn) {
+  TempFolder dir;
+  String const path = dir.path("b.lock");
+  CLockFile first(path);
+  first.release();
+  EXPECT_FALSE(first.isHeld());
+  first.release();  // idempotent
+  CLockFile second(path);
+  EXPECT_TRUE(second.isHeld());
+  EXPECT_TRUE(localFileExists(path));  // kept without deleteOnRelease
+}
+
+TEST(CLockFileTest, DeleteOnReleaseRemovesTheFile) {
+  TempFolder dir;
+  String const path = dir.path("c.lock");
+  {
+    CLockFile lock(path, IStreamBase::LockExclusive, true);
+    EXPECT_TRUE(localFileExists(path));
+  }
+  EXPECT_FALSE(localFileExists(path));
+  // A shared holder deleting on release does not take the file from the
+  // other holder's lock: a newcomer still meets that lock.
+  CLockFile keeper(path, IStreamBase::LockShared);
+  {
+    CLockFile leaver(path, IStreamBase::LockShared, true);
+  }
+  CLockFileError const e =
+      catchLockFileError(path, [&] { CLockFile writer(path, IStreamBase::LockExclusive); });
+  EXPECT_TRUE(e.isLockConflict());
+  // The last holder leaving does delete it.
+  CLockFile last(path, IStreamBase::LockShared, true);
+  keeper.release();
+  EXPECT_TRUE(localFileExists(path));
+  last.release();
+  EXPECT_FALSE(localFileExists(path));
+}
+
+TEST(CLockFileTest, DroppingAReferenceIsNotReleasingTheLock) {
+  TempFolder dir;
+  String const path = dir.path("ref.lock");
+  P<CLockFile> first = newP<CLockFile>(path);
+  P<CLockFile> second = first;
+  second = nil;
+  EXPECT_TRUE(first->isHeld());
+  EXPECT_EQ(1, first->getRefCountForDebugging());
+  first = nil;  // the last reference: destroyed, so released
+  CLockFile next(path);
+  EXPECT_TRUE(next.isHeld());
+}
+
+TEST(CLockFileTest, OpenFailureIsNotAConflict) {
+  TempFolder dir;
+  String const path = dir.path("missing-folder/d.lock");
+  CLockFileError const e = catchLockFileError(path, [&] { CLockFile lock(path); });
+  EXPECT_FALSE(e.isLockConflict());
+  auto const* cause = dynamic_cast<CIOError const*>(e.getCause().get());
+  ASSERT_NE(nullptr, cause);
+  EXPECT_EQ(CIOError::kOpenFailed, cause->getErrorCode());
+  EXPECT_EQ(CFileSystemError::kNotFound, problemOf(*cause));
+}
+
+}  // namespace
+}  // namespace qo
