@@ -121,4 +121,14 @@
 #include "qo/thread/IThreadInitService.h"
 #include "qo/thread/threadYield.h"
 
+#include "qo/log/CAppendableXMLWriter.h"
+#include "qo/log/CLogErrorXMLElement.h"
+#include "qo/log/CQuickXMLChecker.h"
+#include "qo/log/CXMLElement.h"
+#include "qo/log/CXMLLog.h"
+#include "qo/log/CXMLWriter.h"
+#include "qo/log/LogLevel.h"
+#include "qo/log/logFunctions.h"
+#include "qo/log/xmlEscape.h"
+
 #endif  // QO_QO_H

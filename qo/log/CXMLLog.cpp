@@ -1,0 +1,517 @@
+#include "qo/log/CXMLLog.h"
+
+#include <exception>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "qo/core/CFileCorruptedError.h"
+#include "qo/core/CInvalidArgError.h"
+#include "qo/core/CSafeGlobalSlot.h"
+#include "qo/core/CTime.h"
+#include "qo/fs/CLockFile.h"
+#include "qo/fs/LocalFile.h"
+#include "qo/log/CLogErrorXMLElement.h"
+#include "qo/log/CQuickXMLChecker.h"
+#include "qo/log/logFunctions.h"
+#include "qo/platform/Debug.h"
+#include "qo/platform/LocalTime.h"
+#include "qo/platform/SysInfo.h"
+#include "qo/thread/CMutexLock.h"
+
+namespace qo {
+
+namespace {
+
+String const kLog = u"log";
+String const kSession = u"session";
+
+String entryStart() { return u"\n" + CXMLWriter::getIndentString(2) + u"<entry "; }
+String complexEntryStart() { return u"\n" + CXMLWriter::getIndentString(2) + u"<centry "; }
+String sessionStart() { return u"\n" + CXMLWriter::getIndentString(1) + u"<session "; }
+
+String twoDigits(int value) { return toString(value).padLeft(2, u'0'); }
+
+CProps entryAttributes(LogLevel level, long long const* time) {
+  long long const seconds = time != nullptr ? *time : CTime::now().getSeconds();
+  return CProps().add(u"level", logLevelToString(level)).add(u"time", CXMLLog::formatTime(seconds));
+}
+
+// Where "\n<log" and its line end; false when the data has no such line.
+bool findLogLineEnd(String const& data, std::size_t& lineEnd) {
+  std::size_t const logPos = data.Find(String(u"\n<log"));
+  if (logPos == String::npos) return false;
+  lineEnd = data.Find(u'\n', logPos + 1);
+  return lineEnd != String::npos;
+}
+
+String snipLine() { return CXMLWriter::getIndentString(1) + u"<snip />"; }
+
+}  // namespace
+
+// --- header factories --------------------------------------------------------
+
+CXMLLog::ISessionHeaderFactory::~ISessionHeaderFactory() = default;
+
+CXMLLog::CDefaultSessionHeaderFactory::CDefaultSessionHeaderFactory(String const& id, String const& version,
+                                                                    String const& edition)
+    : m_id(id), m_version(version), m_edition(edition) {}
+
+CXMLLog::CDefaultSessionHeaderFactory::~CDefaultSessionHeaderFactory() = default;
+
+PC<CXMLElement> CXMLLog::CDefaultSessionHeaderFactory::createLogSessionHeader() {
+  // What the system cannot tell stays 0 or empty: a header is no reason to
+  // refuse the log.
+  platform::OsInfo os;
+  (void)platform::getOsInfo(os);
+  platform::MemoryInfo memory;
+  (void)platform::getMemoryInfo(memory);
+
+  CXMLElement sysInfo(u"sysInfo");
+  sysInfo.add(CXMLElement(u"osInfo", CProps()
+                                         .add(u"type", String(os.type))
+                                         .addLong(u"versionMajor", os.versionMajor)
+                                         .addLong(u"versionMinor", os.versionMinor)
+                                         .addLong(u"versionUpdate", os.versionUpdate)
+                                         .addBool(u"is64Bit", os.is64Bit)
+                                         .add(u"desc", String(os.description))));
+  sysInfo.add(CXMLElement(u"memInfo", CProps()
+                                          .add(u"totalPhysical", toString(memory.totalPhysical))
+                                          .add(u"freePhysical", toString(memory.freePhysical))));
+  sysInfo.add(CXMLElement(u"cpuInfo", CProps().addLong(u"coreCount", platform::getCoreCount())));
+
+  P<CXMLElement> header(new CXMLElement(u"sessionHeader"));
+  header->add(CXMLElement(u"appInfo", CProps().add(u"id", m_id).add(u"version", m_version).add(u"edition", m_edition)));
+  header->add(sysInfo);
+  return header;
+}
+
+// --- construction and the writer --------------------------------------------
+
+CXMLLog::CXMLLog(String const& path, ISessionHeaderFactory* headerFactory, bool deleteOnClose, long long maxSize,
+                 bool useLockFile, bool checkOnOpen, CError const* fakeWriteError) {
+  if (!path.isEmpty() && useLockFile)
+    m_lockFile = newP<CLockFile>(path + u".lock", IStreamBase::LockExclusive, deleteOnClose);
+  m_headerFactory = P<ISessionHeaderFactory>::share(headerFactory);
+  m_maxSize = maxSize;
+  m_deleteOnClose = deleteOnClose;
+  m_checkOnOpen = checkOnOpen;
+  if (fakeWriteError != nullptr) m_fakeWriteError = fakeWriteError->clone();
+  if (maxSize != -1 && maxSize < kMinMaxSize) throw CInvalidArgError(u"CXMLLog::CXMLLog", u"maxSize must be >=10KB");
+  if (path.isEmpty()) {
+    m_noFile = true;
+    m_broken = true;
+  } else {
+    m_path = path;
+    m_suffixPath = CAppendableXMLWriter::getSuffixFilePath(path);
+  }
+  initWriter(true);
+  shrinkIfNecessary();
+}
+
+CXMLLog::~CXMLLog() {
+  try {
+    close();
+  } catch (...) {
+    // The files stay as the last flush left them: still a complete document.
+  }
+}
+
+void CXMLLog::throwFakeError() const {
+  if (m_fakeWriteError) m_fakeWriteError->throwClone();
+}
+
+void CXMLLog::setFakeWriteError(CError const* error) {
+  CMutexLock lock(m_mutex);
+  m_fakeWriteError = error != nullptr ? error->clone() : P<CError>();
+}
+
+bool CXMLLog::isWritable() const {
+  CMutexLock lock(m_mutex);
+  return !m_broken && m_writer;
+}
+
+void CXMLLog::initWriter(bool append) {
+  if (m_noFile) return;
+  CMutexLock lock(m_mutex);
+  m_broken = true;
+  m_writer = nil;
+  P<CAppendableXMLWriter> writer;
+  if (append) {
+    throwFakeError();
+    try {
+      writer = newP<CAppendableXMLWriter>(m_path, true);
+    } catch (CFileCorruptedError const&) {
+      // A suffix file of something else: the pair is no log of ours.
+    }
+    if (writer) {
+      int const open = writer->getOpenElementCount();
+      bool usable = open >= 1 && writer->getOpenElementName(0) == kLog;
+      // With only the root open nothing else vouches for the file, so it is
+      // always checked; otherwise as the caller chose.
+      if (usable && (open == 1 || m_checkOnOpen)) usable = CQuickXMLChecker(writer->getFullData()).doCheck();
+      if (!usable) {
+        writer = nil;
+      } else {
+        // Three or more open: an entry that a dead process left open.
+        while (writer->getOpenElementCount() >= 3) writer->closeElement();
+        if (writer->getOpenElementCount() == 2) {
+          if (writer->getOpenElementName(1) == kSession) writer->writeElement(u"sessionUnfinished", String());
+          writer->closeElement();
+        }
+      }
+    }
+  }
+  if (!writer) {
+    writer = newP<CAppendableXMLWriter>(m_path, false);
+    writer->openElement(kLog);
+  }
+  m_writer = writer;
+  try {
+    openSession();
+  } catch (...) {
+    m_writer = nil;
+    throw;
+  }
+  m_broken = false;
+}
+
+void CXMLLog::openSession() {
+  m_writer->openElement(kSession, CProps().add(u"time", formatTime(CTime::now().getSeconds())));
+  if (m_headerFactory) {
+    if (PC<CXMLElement> header = m_headerFactory->createLogSessionHeader()) m_writer->writeElement(*header);
+  }
+  m_writer->flush();
+}
+
+void CXMLLog::shrinkIfNecessary() {
+  if (m_maxSize == -1) return;
+  CMutexLock lock(m_mutex);
+  if (!m_writer || m_writer->getMainDataSize() <= m_maxSize) return;
+  String const cut = cutMainData(m_writer->getMainData(), static_cast<std::size_t>(m_maxSize / 2));
+  if (cut.isEmpty()) {
+    m_writer = nil;
+    initWriter(false);
+  } else {
+    m_writer->replaceMainData(cut);
+  }
+}
+
+String CXMLLog::cutMainData(String const& data, std::size_t from) {
+  std::size_t const entry = data.Find(entryStart(), from);
+  std::size_t const complexEntry = data.Find(complexEntryStart(), from);
+  std::size_t const firstEntry = entry < complexEntry ? entry : complexEntry;
+  std::size_t const session = data.Find(sessionStart(), from);
+  if (firstEntry != String::npos && (session == String::npos || firstEntry < session))
+    return cutMainDataAtEntry(data, firstEntry);
+  if (session != String::npos) return cutMainDataAtSession(data, session);
+  return String();
+}
+
+String CXMLLog::cutMainDataAtSession(String const& data, std::size_t pos) {
+  std::size_t lineEnd = 0;
+  if (!findLogLineEnd(data, lineEnd) || lineEnd > pos) return String();
+  return data.Left(lineEnd + 1) + snipLine() + data.Mid(pos);
+}
+
+String CXMLLog::cutMainDataAtEntry(String const& data, std::size_t pos) {
+  std::size_t lineEnd = 0;
+  if (!findLogLineEnd(data, lineEnd) || lineEnd > pos) return String();
+  std::size_t const session = data.str().rfind(sessionStart().str(), pos);
+  if (session == std::u16string::npos || session < lineEnd) return String();
+  std::size_t const sessionLineEnd = data.Find(u'\n', session + 1);
+  if (sessionLineEnd == String::npos || sessionLineEnd > pos) return String();
+  return data.Left(lineEnd + 1) + snipLine() + data.Mid(session, sessionLineEnd - session) + data.Mid(pos);
+}
+
+String CXMLLog::formatTime(long long secondsSince1970) {
+  platform::LocalTimeFields t;
+  if (platform::toLocalTime(secondsSince1970, t)) throw CError(u"Error formatting date time.");
+  return toString(t.year).padLeft(4, u'0') + u"-" + twoDigits(t.month) + u"-" + twoDigits(t.day) + u"T" +
+         twoDigits(t.hour) + u":" + twoDigits(t.minute) + u":" + twoDigits(t.second);
+}
+
+// --- entries -----------------------------------------------------------------
+
+void CXMLLog::writeEntry(LogLevel level, String const& text, long long const* time) {
+  CProps const attributes = entryAttributes(level, time);
+  CMutexLock lock(m_mutex);
+  if (m_broken || !m_writer) return;
+  m_writer->seekToEnd();
+  throwFakeError();
+  m_writer->writeElement(u"entry", text, attributes);
+  m_writer->flush();
+  shrinkIfNecessary();
+}
+
+void CXMLLog::writeComplexEntry(LogLevel level, CXMLElement const& element, String const& summary,
+                                String const& context) {
+  CProps const attributes = entryAttributes(level, nullptr);
+  CMutexLock lock(m_mutex);
+  if (m_broken || !m_writer) return;
+  m_writer->seekToEnd();
+  throwFakeError();
+  m_writer->openElement(u"centry", attributes);
+  if (!summary.isEmpty()) m_writer->writeElement(u"summary", summary);
+  if (!context.isEmpty()) m_writer->writeElement(u"context", context);
+  m_writer->writeElement(element);
+  m_writer->closeElement();
+  m_writer->flush();
+  shrinkIfNecessary();
+}
+
+void CXMLLog::log(LogLevel level, CXMLElement const* element, String const& text) {
+  if (element == nullptr)
+    writeEntry(level, text, nullptr);
+  else
+    writeComplexEntry(level, *element, text, String());
+}
+
+void CXMLLog::logError(String const& text) { writeEntry(LogLevelError, text); }
+void CXMLLog::logError(char const* text) { writeEntry(LogLevelError, String(text)); }
+void CXMLLog::logError(CXMLElement const& element, String const& summary, String const& context) {
+  writeComplexEntry(LogLevelError, element, summary, context);
+}
+void CXMLLog::logError(std::exception const& exception, String const& summary, String const& context) {
+  logException(LogLevelError, exception, summary, context);
+}
+void CXMLLog::logWarning(String const& text) { writeEntry(LogLevelWarning, text); }
+void CXMLLog::logWarning(char const* text) { writeEntry(LogLevelWarning, String(text)); }
+void CXMLLog::logWarning(CXMLElement const& element, String const& summary, String const& context) {
+  writeComplexEntry(LogLevelWarning, element, summary, context);
+}
+void CXMLLog::logWarning(std::exception const& exception, String const& summary, String const& context) {
+  logException(LogLevelWarning, exception, summary, context);
+}
+void CXMLLog::logInfo(String const& text) { writeEntry(LogLevelInfo, text); }
+void CXMLLog::logInfo(CXMLElement const& element, String const& summary, String const& context) {
+  writeComplexEntry(LogLevelInfo, element, summary, context);
+}
+
+void CXMLLog::logException(LogLevel level, std::exception const& exception, String const& summary,
+                           String const& context) {
+  writeComplexEntry(level, CLogErrorXMLElement(exception), summary, context);
+}
+
+void CXMLLog::logLogFileContents(LogLevel level, String const& path, String const& summary, String const& context) {
+  CXMLElement text(u"logText");
+  try {
+    text.setText(readLogRaw(path));
+  } catch (CError const& e) {
+    writeComplexEntry(level, CLogErrorXMLElement(e), summary, context);
+    return;
+  }
+  writeComplexEntry(level, text, summary, context);
+}
+
+// --- sessions and closing ----------------------------------------------------
+
+void CXMLLog::beginNewSession() {
+  CMutexLock lock(m_mutex);
+  if (m_broken || !m_writer) return;
+  m_writer->seekToEnd();
+  throwFakeError();
+  while (m_writer->getOpenElementCount() > 1) m_writer->closeElement();
+  openSession();
+  shrinkIfNecessary();
+}
+
+void CXMLLog::close() {
+  CMutexLock lock(m_mutex);
+  if (m_closed) return;
+  m_closed = true;
+  m_broken = true;
+  P<CAppendableXMLWriter> writer = std::move(m_writer);
+  m_writer = nil;
+  std::exception_ptr failure;
+  if (writer) {
+    try {
+      while (writer->getOpenElementCount() > 1) writer->closeElement();
+      writer->flush();
+    } catch (...) {
+      failure = std::current_exception();
+    }
+    writer = nil;
+  }
+  if (m_deleteOnClose && !m_noFile) {
+    try {
+      deleteLocalFile(m_path, 20);
+      deleteLocalFile(m_suffixPath, 20);
+    } catch (...) {
+      if (!failure) failure = std::current_exception();
+    }
+  }
+  if (m_lockFile) {
+    m_lockFile->release();
+    m_lockFile = nil;
+  }
+  if (failure) std::rethrow_exception(failure);
+}
+
+void CXMLLog::abortLeaveSessionOpen() noexcept {
+  CMutexLock lock(m_mutex);
+  m_closed = true;
+  m_broken = true;
+  m_writer = nil;
+  if (m_lockFile) {
+    m_lockFile->release();
+    m_lockFile = nil;
+  }
+}
+
+String CXMLLog::getXMLData() const {
+  CMutexLock lock(m_mutex);
+  if (m_writer) return m_writer->getFullData();
+  if (!m_noFile && localFileExists(m_path)) return readLogRaw(m_path);
+  return String();
+}
+
+// --- reading -------------------------------------------------------------------
+
+String CXMLLog::readLogRaw(String const& path) { return CAppendableXMLWriter::readFullData(path); }
+
+bool CXMLLog::readValidLog(String& out, String const& path, int maxBytes, int maxSessions) {
+  if (maxBytes < 1 && maxBytes != -1)
+    throw CInvalidArgError(u"CXMLLog::readValidLog", u"maxBytes must be -1 or positive",
+                           CProps().addLong(u"maxBytes", maxBytes));
+  if (maxSessions < 1 && maxSessions != -1)
+    throw CInvalidArgError(u"CXMLLog::readValidLog", u"maxSessions must be -1 or positive",
+                           CProps().addLong(u"maxSessions", maxSessions));
+  out.clear();
+  if (!localFileExists(path)) return false;
+  String data = readLogRaw(path);
+  if (!CQuickXMLChecker(data).doCheck()) return false;
+  if (maxSessions != -1) {
+    std::vector<std::size_t> starts;
+    String const pattern = sessionStart();
+    for (std::size_t pos = data.Find(pattern); pos != String::npos; pos = data.Find(pattern, pos + 1))
+      starts.push_back(pos);
+    if (starts.size() > static_cast<std::size_t>(maxSessions)) {
+      String const cut = cutMainDataAtSession(data, starts[starts.size() - static_cast<std::size_t>(maxSessions)]);
+      if (!cut.isEmpty()) data = cut;
+    }
+  }
+  if (maxBytes != -1 && data.length() > static_cast<std::size_t>(maxBytes)) {
+    String const cut = cutMainData(data, data.length() - static_cast<std::size_t>(maxBytes));
+    if (!cut.isEmpty()) data = cut;
+  }
+  out = data;
+  return true;
+}
+
+// --- the global log ----------------------------------------------------------
+
+namespace {
+
+CSafeGlobalSlot g_globalLogSlot;
+
+P<CXMLLog> makeGlobalInstance() noexcept {
+  CXMLLog::CreateFunc createFunc = nullptr;
+  {
+    CMutexLock lock(getGlobalMutex());
+    CXMLLog::CGlobalInstanceParams& params = CXMLLog::CGlobalInstanceParams::get();
+    params.instanceCreated = true;
+    createFunc = params.createFunc;
+  }
+  try {
+    P<CXMLLog> log;
+    if (createFunc != nullptr) {
+      log = createFunc();
+    } else {
+      log = newP<CXMLLog>(u"log.xml", new CXMLLog::CDefaultSessionHeaderFactory(u"unnamedApp", String(), String()));
+    }
+    if (log) return log;
+    platform::debugOutput("ERROR: The global log's creation function returned no log; logging is off.\n");
+  } catch (std::exception const& e) {
+    std::string const text = std::string("ERROR: Cannot create the global log; logging is off. ") + e.what() + "\n";
+    platform::debugOutput(text.c_str());
+  } catch (...) {
+    platform::debugOutput("ERROR: Cannot create the global log; logging is off.\n");
+  }
+  try {
+    return newP<CXMLLog>(String());
+  } catch (...) {
+    return P<CXMLLog>();
+  }
+}
+
+void* createGlobalSlot() {
+  // The slot must not see an exception (it would stay claimed for good).
+  auto* holder = new (std::nothrow) P<CXMLLog>();
+  if (holder == nullptr) return nullptr;
+  {
+    // A creation function that logs must not come back here: its reports
+    // go to the debugger output.
+    detail::CGlobalLogReentryGuard guard;
+    *holder = makeGlobalInstance();
+  }
+  detail::installGlobalLogHook();
+  return holder;
+}
+
+void disposeGlobalSlot(void* instance) {
+  detail::removeGlobalLogHook();
+  {
+    CMutexLock lock(getGlobalMutex());
+    CXMLLog::CGlobalInstanceParams::get().instanceCreated = false;
+  }
+  auto* holder = static_cast<P<CXMLLog>*>(instance);
+  if (holder != nullptr) {
+    holder->reset();
+    delete holder;
+  }
+}
+
+}  // namespace
+
+CXMLLog::CGlobalInstanceParams& CXMLLog::CGlobalInstanceParams::get() {
+  // Constant-initialised and never destroyed: usable at any time of the
+  // process's life.
+  static CGlobalInstanceParams g_params;
+  return g_params;
+}
+
+CXMLLog::CGlobalLogCloser::~CGlobalLogCloser() {
+  try {
+    if (haveGlobalLogInstance()) getGlobal()->close();
+  } catch (...) {
+  }
+  disposeGlobalInstance();
+}
+
+P<CXMLLog> CXMLLog::getGlobal() {
+  void* instance = g_globalLogSlot.use(&createGlobalSlot, &disposeGlobalSlot);
+  P<CXMLLog> log = instance != nullptr ? *static_cast<P<CXMLLog>*>(instance) : P<CXMLLog>();
+  if (!log) log = newP<CXMLLog>(String());
+  return log;
+}
+
+bool CXMLLog::haveGlobalLogInstance() { return g_globalLogSlot.peek() != nullptr; }
+
+bool CXMLLog::haveGlobalCreateFunc() {
+  CMutexLock lock(getGlobalMutex());
+  return CGlobalInstanceParams::get().createFunc != nullptr;
+}
+
+void CXMLLog::setGlobalCreateFunc(CreateFunc createFunc) {
+  {
+    CMutexLock lock(getGlobalMutex());
+    CGlobalInstanceParams& params = CGlobalInstanceParams::get();
+    if (params.instanceCreated)
+      throw CError(u"Cannot change global log creation function. Global log instance already created.");
+    params.createFunc = createFunc;
+  }
+  // Reports made before the first log call already create the log; without
+  // a function, the default log is not forced on a program that never logs.
+  if (createFunc != nullptr)
+    detail::installGlobalLogHook();
+  else
+    detail::removeGlobalLogHook();
+}
+
+void CXMLLog::disposeGlobalInstance() {
+  detail::removeGlobalLogHook();
+  g_globalLogSlot.dispose();
+}
+
+}  // namespace qo

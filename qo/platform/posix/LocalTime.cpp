@@ -1,0 +1,31 @@
+#include "qo/platform/LocalTime.h"
+
+#include <cerrno>
+#include <ctime>
+#include <limits>
+
+#include <time.h>
+
+namespace qo::platform {
+
+SysError toLocalTime(long long secondsSince1970, LocalTimeFields& out) {
+  if (secondsSince1970 < std::numeric_limits<time_t>::min() || secondsSince1970 > std::numeric_limits<time_t>::max())
+    return SysError{static_cast<std::uint32_t>(EOVERFLOW), sysErrorText(EOVERFLOW)};
+  time_t const t = static_cast<time_t>(secondsSince1970);
+  struct tm fields {};
+  // localtime_r need not read TZ again; tzset keeps a changed zone visible.
+  tzset();
+  if (localtime_r(&t, &fields) == nullptr) {
+    int const code = errno != 0 ? errno : EOVERFLOW;
+    return SysError{static_cast<std::uint32_t>(code), sysErrorText(static_cast<std::uint32_t>(code))};
+  }
+  out.year = fields.tm_year + 1900;
+  out.month = fields.tm_mon + 1;
+  out.day = fields.tm_mday;
+  out.hour = fields.tm_hour;
+  out.minute = fields.tm_min;
+  out.second = fields.tm_sec;
+  return SysError{};
+}
+
+}  // namespace qo::platform
