@@ -1,0 +1,7 @@
+#include "qo/fs/IFileInfoBase.h"
+
+namespace qo {
+
+IFileInfoBase::~IFileInfoBase() = default;
+
+}  // namespace qo

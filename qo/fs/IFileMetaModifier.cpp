@@ -1,0 +1,7 @@
+#include "qo/fs/IFileMetaModifier.h"
+
+namespace qo {
+
+IFileMetaModifier::~IFileMetaModifier() = default;
+
+}  // namespace qo

@@ -1,0 +1,7 @@
+#include "qo/fs/IFileSystemLoginManager.h"
+
+namespace qo {
+
+IFileSystemLoginManager::~IFileSystemLoginManager() = default;
+
+}  // namespace qo

@@ -1,0 +1,7 @@
+#include "qo/fs/IFolderContentsIterator.h"
+
+namespace qo {
+
+IFolderContentsIterator::~IFolderContentsIterator() = default;
+
+}  // namespace qo

@@ -1,0 +1,7 @@
+#include "qo/thread/IBackgroundOp.h"
+
+namespace qo {
+
+IBackgroundOp::~IBackgroundOp() = default;
+
+}  // namespace qo

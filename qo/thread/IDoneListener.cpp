@@ -1,0 +1,7 @@
+#include "qo/thread/IDoneListener.h"
+
+namespace qo {
+
+IDoneListener::~IDoneListener() = default;
+
+}  // namespace qo
