@@ -5,6 +5,7 @@
 #include "qo/core/CStdExceptionError.h"
 #include "qo/core/CSystemError.h"
 #include "qo/core/ErrorLog.h"
+#include "qo/log/CCrashManager.h"
 #include "qo/platform/Thread.h"
 #include "qo/platform/Yield.h"
 #include "qo/thread/CMutexLock.h"
@@ -167,8 +168,7 @@ void CThread::threadHandler() {
     // The thread is not prepared for the body; it must not run.
     storeThreadError(initError);
   } else {
-    // TODO(#7): CCrashManager::ensureThreadInitialized(), so that a crash on
-    // this thread is reported.
+    CCrashManager::ensureThreadInitialized();
     if (!name.isEmpty()) setThreadName(static_cast<long long>(platform::threadCurrentId()), name);
     // Stored at once, so that onRunFinished() can see it.
     P<CError> runError = runCatching([this] { runImpl(); }, u"CThread::runImpl threw an exception.");

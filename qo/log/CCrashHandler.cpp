@@ -1,0 +1,102 @@
+#include "qo/log/CCrashHandler.h"
+
+#include <string>
+
+#include "qo/core/CInvalidArgError.h"
+#include "qo/core/CProps.h"
+#include "qo/core/CSystemError.h"
+#include "qo/log/CAppendableXMLWriter.h"
+#include "qo/log/CCrashInfo.h"
+#include "qo/platform/Crash.h"
+
+namespace qo {
+
+namespace {
+
+void prepare(wchar_t* target, int capacity, String const& text, char16_t const* what) {
+  if (CCrashTools::fsStringCopy(target, capacity, text) < 0) {
+    throw CInvalidArgError(u"CCrashHandler::CCrashHandler", String(what) + u" is too long for the crash path",
+                           CProps().add(u"path", text));
+  }
+}
+
+}  // namespace
+
+CCrashHandler::CCrashHandler(Path const& crashFolder, String const& applicationName, Path const& logPath,
+                             bool writeMinidump)
+    : m_writeMinidump(writeMinidump) {
+  m_logPath[0] = 0;
+  m_suffixPath[0] = 0;
+  m_summary[0] = 0;
+  if (crashFolder.isEmpty()) {
+    throw CInvalidArgError(u"CCrashHandler::CCrashHandler", u"the crash folder is empty");
+  }
+  String folder = crashFolder.toString();
+  prepare(m_folder, kCapacity, folder, u"the crash folder");
+  platform::SysError const error = platform::crashCreateFolder(m_folder);
+  if (error) {
+    throw CSystemError(u"Error creating the crash folder.", u"CCrashHandler::CCrashHandler", u"CreateDirectoryW",
+                       error.code, String(std::string_view(error.text)), CProps().add(u"path", folder));
+  }
+  if (!folder.EndsWith(CWindowsPathTraits::getSep())) folder += CWindowsPathTraits::getSepChar();
+  // Room for "crash-", 20 digits and "-minidump.mdmp".
+  if (static_cast<int>(folder.length()) + 48 >= kCapacity) {
+    throw CInvalidArgError(u"CCrashHandler::CCrashHandler", u"the crash folder is too long for the crash path",
+                           CProps().add(u"path", folder));
+  }
+  m_folderLength = CCrashTools::fsStringCopy(m_folder, kCapacity, folder);
+  if (!logPath.isEmpty()) {
+    prepare(m_logPath, kCapacity, logPath.toString(), u"the log path");
+    prepare(m_suffixPath, kCapacity, CAppendableXMLWriter::getSuffixFilePath(logPath.toString()), u"the log path");
+  }
+  if (!applicationName.isEmpty()) {
+    String summary = applicationName;
+    summary += u" crashed.";
+    prepare(m_summary, static_cast<int>(sizeof m_summary / sizeof m_summary[0]), summary, u"the application name");
+  }
+}
+
+CCrashHandler::~CCrashHandler() = default;
+
+int CCrashHandler::buildBaseName(wchar_t* target, int capacity, long long time) const noexcept {
+  int length = CCrashTools::fsStringCopy(target, capacity, m_folder);
+  length = CCrashTools::fsStringAppend(target, capacity, length, "crash-");
+  if (length < 0) return -1;
+  char digits[24];
+  int n = 0;
+  unsigned long long magnitude =
+      time < 0 ? 0ull - static_cast<unsigned long long>(time) : static_cast<unsigned long long>(time);
+  do {
+    digits[n++] = static_cast<char>('0' + magnitude % 10);
+    magnitude /= 10;
+  } while (magnitude != 0);
+  while (n < 10) digits[n++] = '0';
+  char text[26];
+  int t = 0;
+  if (time < 0) text[t++] = '-';
+  while (n > 0) text[t++] = digits[--n];
+  text[t] = 0;
+  return CCrashTools::fsStringAppend(target, capacity, length, text);
+}
+
+void CCrashHandler::handleCrash(CCrashInfo& info, CCrashTools& tools) {
+  wchar_t* const path = tools.getPathBuffer();
+  int const base = buildBaseName(path, CCrashTools::kPathCapacity, info.getTime());
+  if (base >= 0) {
+    CCrashFileAccess& file = tools.getFileAccessA();
+    if (CCrashTools::fsStringAppend(path, CCrashTools::kPathCapacity, base, "-info.xml") > 0 &&
+        file.open(path, CCrashFileAccess::kCreate)) {
+      info.writeXML(file, true);
+      file.close();
+    }
+    path[base] = 0;
+    if (m_writeMinidump && CCrashTools::fsStringAppend(path, CCrashTools::kPathCapacity, base, "-minidump.mdmp") > 0 &&
+        file.open(path, CCrashFileAccess::kCreate)) {
+      info.writeWindowsMiniDumpUnsafe(file);
+      file.close();
+    }
+  }
+  if (m_logPath[0] != 0) info.writeToXMLLog(tools, m_logPath, m_suffixPath, m_summary);
+}
+
+}  // namespace qo

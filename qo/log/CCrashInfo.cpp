@@ -1,0 +1,284 @@
+#include "qo/log/CCrashInfo.h"
+
+#include <cstdint>
+#include <cstring>
+
+#include "qo/log/CCrashFileAccess.h"
+#include "qo/log/CCrashTools.h"
+#include "qo/platform/Minidump.h"
+
+namespace qo {
+
+namespace {
+
+void copyText(wchar_t* target, wchar_t const* source) {
+  int n = 0;
+  if (source != nullptr) {
+    for (; source[n] != 0 && n < CCrashInfo::kTextCapacity - 1; ++n) target[n] = source[n];
+  }
+  target[n] = 0;
+}
+
+// "<prefix>-<name>" into a small buffer.
+char const* prefixed(char (&buffer)[48], char const* name) {
+  char const* prefix = platform::crashRecordTagPrefix();
+  std::size_t const p = std::strlen(prefix);
+  std::size_t const n = std::strlen(name);
+  if (p + 1 + n >= sizeof buffer) return name;
+  std::memcpy(buffer, prefix, p);
+  buffer[p] = '-';
+  std::memcpy(buffer + p + 1, name, n + 1);
+  return buffer;
+}
+
+bool contains(unsigned char const* data, int size, char const* needle) {
+  int const n = static_cast<int>(std::strlen(needle));
+  for (int i = 0; i + n <= size; ++i) {
+    if (std::memcmp(data + i, needle, static_cast<std::size_t>(n)) == 0) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+CCrashInfo::CCrashInfo() noexcept { clear(); }
+
+CCrashInfo::~CCrashInfo() = default;
+
+void CCrashInfo::clear() noexcept {
+  m_isException = false;
+  m_hasRecord = false;
+  m_crtKind = kCRTTerminate;
+  m_time = 0;
+  m_threadId = 0;
+  m_line = 0;
+  m_expression[0] = 0;
+  m_function[0] = 0;
+  m_file[0] = 0;
+  m_module.name[0] = 0;
+  m_module.baseAddress = 0;
+  m_module.size = 0;
+  m_codeModule = m_module;
+  m_codeModuleSearched = false;
+  m_codeModuleFound = false;
+}
+
+void CCrashInfo::init(platform::CrashContext const& exception, long long time) noexcept {
+  clear();
+  platform::crashRecordCapture(m_record, exception);
+  m_isException = true;
+  m_hasRecord = true;
+  m_time = time;
+  m_threadId = platform::crashCurrentThreadId();
+}
+
+void CCrashInfo::init(CRTCrash kind, long long time) noexcept {
+  clear();
+  platform::crashRecordCaptureCurrent(m_record);
+  m_hasRecord = true;
+  m_crtKind = kind;
+  m_time = time;
+  m_threadId = platform::crashCurrentThreadId();
+}
+
+void CCrashInfo::initCRTInvalidParam(wchar_t const* expression, wchar_t const* function, wchar_t const* file,
+                                     unsigned line, long long time) noexcept {
+  init(kCRTInvalidParam, time);
+  copyText(m_expression, expression);
+  copyText(m_function, function);
+  copyText(m_file, file);
+  m_line = line;
+}
+
+char const* CCrashInfo::getTypeString() const noexcept {
+  if (!m_isException) {
+    switch (m_crtKind) {
+      case kCRTUnexpected: return "crt unexpected";
+      case kCRTPureCall: return "crt purecall";
+      case kCRTTerminate: return "crt terminate";
+      case kCRTInvalidParam: return "crt invalid param";
+    }
+    return "unknown";
+  }
+  switch (platform::crashRecordKind(m_record)) {
+    case platform::CrashFaultKind::kAccessViolation: return "access violation";
+    case platform::CrashFaultKind::kFloatDivideByZero: return "floating point divide by zero";
+    case platform::CrashFaultKind::kFloatError: return "floating point error";
+    case platform::CrashFaultKind::kIllegalInstruction: return "illegal instruction";
+    case platform::CrashFaultKind::kIntDivideByZero: return "integer divide by zero";
+    case platform::CrashFaultKind::kIntOverflow: return "integer overflow";
+    case platform::CrashFaultKind::kStackOverflow: return "stack overflow";
+    case platform::CrashFaultKind::kDataMisaligned: return "data misaligned";
+    case platform::CrashFaultKind::kAbort: return "crt terminate";
+    case platform::CrashFaultKind::kUnknown: break;
+  }
+  return "unknown";
+}
+
+bool CCrashInfo::getCodeAddress(unsigned long long& address) const noexcept {
+  std::uint64_t value = 0;
+  if (!m_isException || !platform::crashRecordCodeAddress(m_record, value)) return false;
+  address = value;
+  return true;
+}
+
+bool CCrashInfo::getMemoryAddress(unsigned long long& address) const noexcept {
+  std::uint64_t value = 0;
+  if (!m_isException || !platform::crashRecordMemoryAddress(m_record, value)) return false;
+  address = value;
+  return true;
+}
+
+bool CCrashInfo::findCodeModule() noexcept {
+  if (m_codeModuleSearched) return m_codeModuleFound;
+  m_codeModuleSearched = true;
+  unsigned long long code = 0;
+  if (!getCodeAddress(code)) return false;
+  platform::CrashModuleIterator it;
+  if (!platform::crashModulesBegin(it)) return false;
+  while (platform::crashModulesNext(it, m_codeModule)) {
+    if (code >= m_codeModule.baseAddress && code - m_codeModule.baseAddress < m_codeModule.size) {
+      m_codeModuleFound = true;
+      break;
+    }
+  }
+  platform::crashModulesEnd(it);
+  return m_codeModuleFound;
+}
+
+bool CCrashInfo::getModuleName(wchar_t const*& name) noexcept {
+  if (!findCodeModule()) return false;
+  name = m_codeModule.name;
+  return true;
+}
+
+bool CCrashInfo::getModuleBaseAddress(unsigned long long& address) noexcept {
+  if (!findCodeModule()) return false;
+  address = m_codeModule.baseAddress;
+  return true;
+}
+
+bool CCrashInfo::beginModuleIteration() noexcept {
+  m_module.name[0] = 0;
+  m_module.baseAddress = 0;
+  m_module.size = 0;
+  return platform::crashModulesBegin(m_iterator);
+}
+
+bool CCrashInfo::nextModule() noexcept { return platform::crashModulesNext(m_iterator, m_module); }
+
+void CCrashInfo::endModuleIteration() noexcept { platform::crashModulesEnd(m_iterator); }
+
+void CCrashInfo::writeXML(CCrashFileAccess& file, bool standalone) noexcept {
+  if (standalone) {
+    file.setDepth(0);
+    file.writeXMLHeader();
+  }
+  file.writeTagStart("crash", !standalone);
+  file.writeAttribute("type", getTypeString());
+  file.writeInt64Attribute("timestamp", m_time);
+  file.writeTagEnd(false);
+
+  if (m_isException) {
+    wchar_t const* moduleName = nullptr;
+    if (getModuleName(moduleName)) file.writeStringElement("moduleName", moduleName);
+    unsigned long long value = 0;
+    if (getModuleBaseAddress(value)) file.writeAddressElement("moduleBaseAddress", value);
+    if (getCodeAddress(value)) file.writeAddressElement("codeAddress", value);
+    if (getMemoryAddress(value)) file.writeAddressElement("memoryAddress", value);
+    char name[48];
+    file.writeAddressElement(prefixed(name, "code"), platform::crashRecordCode(m_record));
+    file.writeAddressElement(prefixed(name, "address"), platform::crashRecordAddress(m_record));
+    // Signed: a signal's si_code is negative for signals sent by a process.
+    file.writeInt64Element(prefixed(name, "flags"), static_cast<std::int32_t>(platform::crashRecordFlags(m_record)));
+    file.writeOpeningTag(prefixed(name, "parameters"), true);
+    int const count = platform::crashRecordParameterCount(m_record);
+    for (int i = 0; i < count; ++i) {
+      file.writeAddressElement(prefixed(name, "parameter"), platform::crashRecordParameter(m_record, i));
+    }
+    file.writeClosingTag(prefixed(name, "parameters"), count > 0);
+  } else {
+    if (m_expression[0] != 0) file.writeStringElement("crt-expression", m_expression);
+    if (m_function[0] != 0) file.writeStringElement("crt-function", m_function);
+    if (m_file[0] != 0) file.writeStringElement("crt-file", m_file);
+    file.writeInt64Element("crt-line", m_line);
+  }
+
+  file.writeOpeningTag("modules", true);
+  bool any = false;
+  if (beginModuleIteration()) {
+    while (nextModule()) {
+      any = true;
+      file.writeTagStart("module", true);
+      file.writeAttribute("name", m_module.name);
+      file.writeAddressAttribute("baseAddress", m_module.baseAddress);
+      file.writeInt64Attribute("size", static_cast<long long>(m_module.size));
+      file.writeTagEnd(true);
+    }
+    endModuleIteration();
+  }
+  file.writeClosingTag("modules", any);
+  file.writeClosingTag("crash", true);
+  if (standalone) file.writeChar('\n');
+}
+
+bool CCrashInfo::writeToXMLLog(CCrashTools& tools, wchar_t const* logPath, wchar_t const* suffixPath,
+                               wchar_t const* summary) noexcept {
+  CCrashFileAccess& file = tools.getFileAccessB();
+  unsigned char* const text = tools.getTempBuffer();
+  int const limit = CCrashTools::kTempBufferSize < 1000 ? CCrashTools::kTempBufferSize : 1000;
+
+  // What the suffix still closes tells which elements are open in the log.
+  int length = 0;
+  if (file.open(suffixPath, CCrashFileAccess::kRead)) {
+    while (length < limit) {
+      int const n = file.read(text + length, limit - length);
+      if (n <= 0) break;
+      length += n;
+    }
+    file.close();
+  }
+  bool const logOpen = contains(text, length, "log>");
+  bool const sessionOpen = contains(text, length, "session>");
+
+  if (!file.open(logPath, CCrashFileAccess::kAppend)) return false;
+  bool const empty = file.getPosition() == 0;
+  if (empty) file.writeXMLHeader();
+  file.setDepth(0);
+  if (!logOpen) file.writeOpeningTag("log", !empty);
+  file.setDepth(1);
+  if (!sessionOpen) file.writeOpeningTag("session", true);
+  file.setDepth(2);
+  file.writeChar('\n');
+  file.writeOpeningTag("centry", true, "level=\"ERROR\"");
+  if (summary != nullptr && summary[0] != 0) file.writeStringElement("summary", summary);
+  writeXML(file, false);
+  file.writeClosingTag("centry", true);
+  if (!sessionOpen) file.writeClosingTag("session", true);
+  bool ok = file.close();
+
+  if (!logOpen) {
+    if (file.open(suffixPath, CCrashFileAccess::kCreate)) {
+      file.setDepth(1);
+      file.writeClosingTag("log", true);
+      file.writeChar('\n');
+      ok = file.close() && ok;
+    } else {
+      ok = false;
+    }
+  }
+  return ok;
+}
+
+bool CCrashInfo::writeWindowsMiniDumpUnsafe(CCrashFileAccess& file) noexcept {
+  if (!m_hasRecord || !file.isOpen() || !file.flush()) return false;
+  return platform::crashWriteMinidump(file.getHandle(), m_record, m_threadId, false, m_dumpScratch,
+                                      static_cast<int>(sizeof m_dumpScratch));
+}
+
+bool CCrashInfo::writeWindowsMiniDumpRaw(void* process, void* file, std::uint32_t processId, void* exceptionPointers,
+                                         std::uint32_t threadId, bool fullMemory) noexcept {
+  return platform::crashWriteMinidumpOfProcess(process, file, processId, exceptionPointers, threadId, fullMemory);
+}
+
+}  // namespace qo
