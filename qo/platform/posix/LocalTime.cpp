@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <ctime>
 #include <limits>
+#include <mutex>
 
 #include <time.h>
 
@@ -14,8 +15,14 @@ SysError toLocalTime(long long secondsSince1970, LocalTimeFields& out) {
   time_t const t = static_cast<time_t>(secondsSince1970);
   struct tm fields {};
   // localtime_r need not read TZ again; tzset keeps a changed zone visible.
+  // The C library guards its zone state with a lock of its own that race
+  // detectors cannot see; one lock here keeps the pair visibly serialised.
+  static std::mutex g_zoneLock;
+  std::unique_lock<std::mutex> zone(g_zoneLock);
   tzset();
-  if (localtime_r(&t, &fields) == nullptr) {
+  struct tm* converted = localtime_r(&t, &fields);
+  zone.unlock();
+  if (converted == nullptr) {
     int const code = errno != 0 ? errno : EOVERFLOW;
     return SysError{static_cast<std::uint32_t>(code), sysErrorText(static_cast<std::uint32_t>(code))};
   }
