@@ -562,8 +562,9 @@ TEST(CXMLLogTest, XmllintAcceptsEveryKindOfContent) {
     log->logInfo(u"a < b & \"c\" 'd' \u00e9\u4e2d\U0001F600");
     log->abortLeaveSessionOpen();
   }
-  P<CXMLLog> log = newP<CXMLLog>(dir.path("log.xml"),
-                                 new CXMLLog::CDefaultSessionHeaderFactory(u"app<1>", u"1.0", u"\u00e9"), false, 10240);
+  P<CXMLLog::CDefaultSessionHeaderFactory> header(
+      new CXMLLog::CDefaultSessionHeaderFactory(u"app<1>", u"1.0", u"\u00e9"));
+  P<CXMLLog> log = newP<CXMLLog>(dir.path("log.xml"), header.get(), false, 10240);
   CError cause(u"cause & effect");
   log->logError(CError(u"outer", u"IO", 3, CProps().add(u"uri", u"file:///a?b=\"c\""), &cause), u"s<", u"c>");
   for (int i = 0; i < 120; ++i) log->logWarning(u"filler " + toString(i) + String(60, u'-'));
