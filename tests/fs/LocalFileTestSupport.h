@@ -15,37 +15,13 @@
 #include "qo/core/CFileSystemError.h"
 #include "qo/core/CIOError.h"
 #include "qo/core/String.h"
+#include "TempFolder.h"
 
 namespace qo::localfiletest {
 
 namespace fs = std::filesystem;
 
-/// A fresh folder for one test, removed when the object ends.
-class TempFolder {
-public:
-  TempFolder() {
-    static std::atomic<int> g_counter{0};
-    auto const stamp = std::chrono::steady_clock::now().time_since_epoch().count();
-    m_path = fs::path(::testing::TempDir()) /
-             ("qo-localfile-" + std::to_string(stamp) + "-" + std::to_string(g_counter.fetch_add(1)));
-    fs::create_directories(m_path);
-  }
-  ~TempFolder() {
-    std::error_code ignored;
-    fs::remove_all(m_path, ignored);
-  }
-  TempFolder(TempFolder const&) = delete;
-  TempFolder& operator=(TempFolder const&) = delete;
-
-  fs::path const& folder() const { return m_path; }
-  /// The native path of the folder itself.
-  String path() const { return String::fromUTF8(m_path.u8string()); }
-  /// The native path of name (UTF-8) inside the folder.
-  String path(std::string const& name) const { return String::fromUTF8((m_path / fs::u8path(name)).u8string()); }
-
-private:
-  fs::path m_path;
-};
+using TempFolder = qo::test::TempFolder;
 
 /// The file URI text of an absolute native path of ASCII characters without
 /// spaces: "/a/b" gives "file:///a/b", "C:\a\b" gives "file:///C:/a/b".

@@ -16,35 +16,13 @@
 #include <string>
 
 #include "qo/core/String.h"
+#include "TempFolder.h"
 
 namespace qo::xmltest {
 
 namespace fs = std::filesystem;
 
-/// A fresh folder for one test, removed when the object ends.
-class TempFolder {
-public:
-  TempFolder() {
-    static std::atomic<int> g_counter{0};
-    auto const stamp = std::chrono::steady_clock::now().time_since_epoch().count();
-    m_path = fs::path(::testing::TempDir()) /
-             ("qo-xmllog-" + std::to_string(stamp) + "-" + std::to_string(g_counter.fetch_add(1)));
-    fs::create_directories(m_path);
-  }
-  ~TempFolder() {
-    std::error_code ignored;
-    fs::remove_all(m_path, ignored);
-  }
-  TempFolder(TempFolder const&) = delete;
-  TempFolder& operator=(TempFolder const&) = delete;
-
-  fs::path file(std::string const& name) const { return m_path / name; }
-  /// A file in the folder as the library's native path.
-  String path(std::string const& name) const { return String::fromUTF8(file(name).u8string()); }
-
-private:
-  fs::path m_path;
-};
+using TempFolder = qo::test::TempFolder;
 
 inline std::string readBytes(fs::path const& path) {
   std::ifstream in(path, std::ios::binary);
