@@ -98,6 +98,16 @@ bool deleteLocalFile(String const& path, int attempts) {
   }
 }
 
+void replaceLocalFile(String const& from, String const& to) {
+  String const apiFrom = localFileAPIPath(from);
+  String const apiTo = localFileAPIPath(to);
+  SysError const e = platform::fileReplace(apiFrom.data(), apiFrom.length(), apiTo.data(), apiTo.length());
+  if (e) {
+    throw detail::makeLocalFileError(CIOError::kMoveFailed, "replaceLocalFile", "MoveFileExW", e, localFileURI(to),
+                                     CProps().add(u"from", from));
+  }
+}
+
 bool localFileExists(String const& path) {
   String const apiPath = localFileAPIPath(path);
   return platform::fileIsRegular(apiPath.data(), apiPath.length());

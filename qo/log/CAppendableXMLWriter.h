@@ -13,9 +13,25 @@
 // process that dies in the middle of an element leaves the pair as it was
 // at the last flush.
 //
+// A process may also die (be killed) in the middle of a flush:
+// - Appending: output of up to a page (4096 bytes) that starts a new line
+//   is written so that it does not straddle a page boundary of the file
+//   (white space fills up to the boundary first), and such a write is never
+//   cut short by a kill. Larger output can be cut at a page boundary.
+// - The suffix file is rewritten in place (never emptied first).
+// - A new document, and the main data given to replaceMainData, are written
+//   to path + ".tmp" and renamed over the main file.
+// What stays open is the moment between the main file and the suffix file
+// when the open elements change (a flush after openElement or closeElement):
+// the pair is then one end tag off until the suffix file is written.
+// Opening with append = true repairs both: the main file decides which
+// elements are open, a cut-off tag or text at its end is removed, and the
+// suffix file is rewritten to fit.
+//
 // Opening with append = true reads the suffix file (readSuffix) to learn
 // which elements are open and continues at the end of the main file; a
-// missing main file is started anew.
+// missing main file is started anew. A new document is not on disk before
+// its first flush.
 //
 //   CAppendableXMLWriter w(u"/var/log/app/log.xml", true);
 //   if (w.getOpenElementCount() == 0) w.openElement(u"log");
@@ -47,11 +63,13 @@ class CLocalFileStream;
 class QO_API CAppendableXMLWriter : public CBase {
 public:
   /// Opens the document at path (native). append = false, or no file at
-  /// path: a new main file (truncated) starting with the XML declaration,
-  /// and a suffix file without end tags. append = true and a main file
-  /// there: continues it with the open elements that the suffix file names
-  /// (none when it is missing). Throws CIOError when a file cannot be opened
-  /// or read, CFileCorruptedError (path of the suffix file) when the suffix
+  /// path: a new document starting with the XML declaration, which replaces
+  /// the files at the first flush. append = true and a main file there:
+  /// continues it with the open elements that the suffix file names (none
+  /// when it is missing); when the main file disagrees (see the repair
+  /// above) the main file's elements are taken and the files are repaired
+  /// at once. Throws CIOError when a file cannot be opened, read or
+  /// repaired, CFileCorruptedError (path of the suffix file) when the suffix
   /// file holds anything but end tags and white space.
   CAppendableXMLWriter(String const& path, bool append);
   /// Closes the main file without flushing: output since the last flush is
@@ -91,8 +109,9 @@ public:
   String getMainData() const;
   /// The size in bytes of getMainData(). Throws CIOError.
   long long getMainDataSize() const;
-  /// Replaces the main file's content with data (UTF-8); output not yet
-  /// flushed is dropped, the open elements stay as they are. Throws CIOError.
+  /// Replaces the main file's content with data (UTF-8), in one step (see
+  /// above); output not yet flushed is dropped, the open elements stay as
+  /// they are. Throws CIOError.
   void replaceMainData(String const& data);
   /// getMainData() followed by the end tags of the open elements: the
   /// complete document. Throws CIOError.
@@ -117,6 +136,7 @@ public:
 private:
   void openMainFile(bool truncate);
   void writeSuffixFile(String const& text);
+  void commitMainFile(std::string const& bytes, bool newDocument);
   std::string getPendingBytes() const;
 
   String m_path;
@@ -127,6 +147,7 @@ private:
   P<CXMLWriter> m_writer;
   String m_writtenSuffix;
   bool m_suffixWritten = false;
+  bool m_newDocument = false;  // not on disk before the first flush
 };
 
 }  // namespace qo

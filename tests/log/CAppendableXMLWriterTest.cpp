@@ -41,13 +41,13 @@ TEST(CAppendableXMLWriterTest, SuffixFilePath) {
 TEST(CAppendableXMLWriterTest, EveryFlushLeavesACompleteDocument) {
   TempFolder dir;
   CAppendableXMLWriter w(dir.path("doc.xml"), false);
-  EXPECT_EQ(readBytes(dir.file("doc.xml")), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n");
-  EXPECT_EQ(readBytes(dir.file("doc-suffix.xml")), "");
   w.openElement(u"log");
   w.openElement(u"session", CProps().add(u"time", u"1"));
-  // Not flushed yet: the files still hold the last complete state.
-  EXPECT_EQ(readBytes(dir.file("doc.xml")), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n");
+  // Not flushed yet: a new document is not on disk at all.
+  EXPECT_FALSE(fs::exists(dir.file("doc.xml")));
+  EXPECT_FALSE(fs::exists(dir.file("doc-suffix.xml")));
   w.flush();
+  EXPECT_FALSE(fs::exists(dir.file("doc.xml.tmp")));
   EXPECT_EQ(readBytes(dir.file("doc.xml")),
             "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n\n<log>\n  <session time=\"1\">");
   EXPECT_EQ(readBytes(dir.file("doc-suffix.xml")), "</session>\n</log>\n");
@@ -94,16 +94,88 @@ TEST(CAppendableXMLWriterTest, AppendToAMissingFileStartsANewDocument) {
   TempFolder dir;
   CAppendableXMLWriter w(dir.path("new.xml"), true);
   EXPECT_EQ(w.getOpenElementCount(), 0);
+  w.flush();
   EXPECT_EQ(readBytes(dir.file("new.xml")), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n");
 }
 
-TEST(CAppendableXMLWriterTest, NotAppendingTruncates) {
+TEST(CAppendableXMLWriterTest, NotAppendingReplacesBothFilesAtTheFirstFlush) {
   TempFolder dir;
   writeBytes(dir.file("doc.xml"), "old content");
   writeBytes(dir.file("doc-suffix.xml"), "</old>");
   CAppendableXMLWriter w(dir.path("doc.xml"), false);
   EXPECT_EQ(w.getOpenElementCount(), 0);
-  EXPECT_EQ(full(dir, "doc.xml"), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n");
+  EXPECT_EQ(full(dir, "doc.xml"), "old content</old>");
+  w.openElement(u"log");
+  w.flush();
+  EXPECT_EQ(readBytes(dir.file("doc.xml")), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n\n<log>");
+  EXPECT_EQ(readBytes(dir.file("doc-suffix.xml")), "</log>\n");
+}
+
+TEST(CAppendableXMLWriterTest, OutputThatWouldStraddleAPageBoundaryStartsAtTheBoundary) {
+  TempFolder dir;
+  CAppendableXMLWriter w(dir.path("doc.xml"), false);
+  w.openElement(u"log");
+  w.flush();
+  std::string const head = readBytes(dir.file("doc.xml"));
+  // Fill the first page up to 100 bytes before its end, then write 200.
+  String const filler(std::u16string(4096 - 100 - head.size() - std::string("\n  <a></a>").size(), u'f'));
+  w.writeElement(u"a", filler);
+  w.flush();
+  ASSERT_EQ(readBytes(dir.file("doc.xml")).size(), 4096u - 100u);
+  String const text(std::u16string(200 - std::string("\n  <b></b>").size(), u'b'));
+  w.writeElement(u"b", text);
+  w.flush();
+  std::string const main = readBytes(dir.file("doc.xml"));
+  ASSERT_EQ(main.size(), 4096u + 200u);
+  EXPECT_EQ(main.substr(4096 - 100, 100), std::string(100, ' '));
+  EXPECT_EQ(main.substr(4096, 6), "\n  <b>");
+  // Output larger than a page cannot be kept inside one and is not padded;
+  // neither is output that fits in what is left of the page.
+  w.writeElement(u"c", String(std::u16string(5000, u'c')));
+  w.flush();
+  EXPECT_EQ(readBytes(dir.file("doc.xml")).size(), 4096u + 200u + 5000u + std::string("\n  <c></c>").size());
+  writeBytes(dir.file("combined.xml"), full(dir, "doc.xml"));
+  if (haveXmllint()) EXPECT_EQ(xmllintErrors(dir.file("combined.xml")), "");
+}
+
+TEST(CAppendableXMLWriterTest, ReopeningRepairsWhatADyingProcessLeftBetweenTheFiles) {
+  std::string const decl = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+  struct Case {
+    char const* name;
+    std::string main;
+    char const* suffix;  // null: no suffix file
+    std::string repairedMain;
+    char const* repairedSuffix;
+    int open;
+  } const cases[] = {
+      // Killed between the main file and the suffix file of a flush.
+      {"element opened, suffix old", decl + "\n<log>\n  <session>", "\n</log>\n", decl + "\n<log>\n  <session>",
+       "</session>\n</log>\n", 2},
+      {"element closed, suffix old", decl + "\n<log>\n  <session>\n  </session>", "</session>\n</log>\n",
+       decl + "\n<log>\n  <session>\n  </session>", "\n</log>\n", 1},
+      {"no suffix file", decl + "\n<log>\n  <a>x</a>", nullptr, decl + "\n<log>\n  <a>x</a>", "\n</log>\n", 1},
+      // Killed in the middle of a write larger than a page.
+      {"tag cut off", decl + "\n<log>\n  <a>x</a>\n  <b at=\"1", "\n</log>\n", decl + "\n<log>\n  <a>x</a>",
+       "\n</log>\n", 1},
+      {"text cut off", decl + "\n<log>\n  <a>x</a>\n  <b>partial te", "\n</log>\n",
+       decl + "\n<log>\n  <a>x</a>\n  <b>", "</b>\n</log>\n", 2},
+      {"end tag cut off", decl + "\n<log>\n  <a>x</a", "\n</log>\n", decl + "\n<log>\n  <a>", "</a>\n</log>\n", 2},
+      // White space that filled up to a page boundary is kept.
+      {"padding only", decl + "\n<log>\n  <a>x</a>   ", "\n</log>\n", decl + "\n<log>\n  <a>x</a>   ",
+       "\n</log>\n", 1},
+  };
+  for (Case const& c : cases) {
+    SCOPED_TRACE(c.name);
+    TempFolder dir;
+    writeBytes(dir.file("doc.xml"), c.main);
+    if (c.suffix != nullptr) writeBytes(dir.file("doc-suffix.xml"), c.suffix);
+    CAppendableXMLWriter w(dir.path("doc.xml"), true);
+    EXPECT_EQ(w.getOpenElementCount(), c.open);
+    EXPECT_EQ(readBytes(dir.file("doc.xml")), c.repairedMain);
+    EXPECT_EQ(readBytes(dir.file("doc-suffix.xml")), c.repairedSuffix);
+    writeBytes(dir.file("combined.xml"), full(dir, "doc.xml"));
+    if (haveXmllint()) EXPECT_EQ(xmllintErrors(dir.file("combined.xml")), "");
+  }
 }
 
 TEST(CAppendableXMLWriterTest, ReadSuffix) {
