@@ -80,8 +80,41 @@ int CCrashHandler::buildBaseName(wchar_t* target, int capacity, long long time) 
 }
 
 void CCrashHandler::handleCrash(CCrashInfo& info, CCrashTools& tools) {
+  // One report at a time. A thread that crashes again inside its own report
+  // gives up at once; others wait, but not forever: a report stuck for a
+  // minute should not keep the rest of the process from ending.
+  std::uint32_t const self = platform::crashCurrentThreadId();
+  int waited = 0;
+  bool owned = true;
+  for (std::uint32_t owner = 0; !m_reportingThread.compare_exchange_strong(owner, self); owner = 0) {
+    if (owner == self) return;
+    if (waited >= kMaxWaitMillis) {
+      owned = false;
+      break;
+    }
+    CCrashTools::sleep(5);
+    waited += 5;
+  }
+  bool const first = !m_minidumpWritten;
+  if (info.getTime() == m_lastTime && m_reportsInLastTime > 0) {
+    ++m_reportsInLastTime;
+  } else {
+    m_lastTime = info.getTime();
+    m_reportsInLastTime = 1;
+  }
   wchar_t* const path = tools.getPathBuffer();
-  int const base = buildBaseName(path, CCrashTools::kPathCapacity, info.getTime());
+  int base = buildBaseName(path, CCrashTools::kPathCapacity, info.getTime());
+  if (base >= 0 && m_reportsInLastTime > 1) {
+    char number[16];
+    int n = 0;
+    number[n++] = '-';
+    char digits[12];
+    int d = 0;
+    for (int value = m_reportsInLastTime; value != 0; value /= 10) digits[d++] = static_cast<char>('0' + value % 10);
+    while (d > 0) number[n++] = digits[--d];
+    number[n] = 0;
+    base = CCrashTools::fsStringAppend(path, CCrashTools::kPathCapacity, base, number);
+  }
   if (base >= 0) {
     CCrashFileAccess& file = tools.getFileAccessA();
     if (CCrashTools::fsStringAppend(path, CCrashTools::kPathCapacity, base, "-info.xml") > 0 &&
@@ -90,13 +123,15 @@ void CCrashHandler::handleCrash(CCrashInfo& info, CCrashTools& tools) {
       file.close();
     }
     path[base] = 0;
-    if (m_writeMinidump && CCrashTools::fsStringAppend(path, CCrashTools::kPathCapacity, base, "-minidump.mdmp") > 0 &&
+    if (m_writeMinidump && first && CCrashTools::fsStringAppend(path, CCrashTools::kPathCapacity, base, "-minidump.mdmp") > 0 &&
         file.open(path, CCrashFileAccess::kCreate)) {
+      m_minidumpWritten = true;
       info.writeWindowsMiniDumpUnsafe(file);
       file.close();
     }
   }
   if (m_logPath[0] != 0) info.writeToXMLLog(tools, m_logPath, m_suffixPath, m_summary);
+  if (owned) m_reportingThread.store(0);
 }
 
 }  // namespace qo

@@ -9,6 +9,13 @@
 // a `centry` for the crash to the XML session log and keeps the log's
 // "-suffix" companion in step (CCrashInfo::writeToXMLLog).
 //
+// Crashes on several threads at once are reported one after the other, so
+// their writes to the files and to the log never mix. The n-th report of
+// the same second (n >= 2) is named crash-<T>-<n>-info.xml, so that it does
+// not overwrite the first. Only the first report of the process gets a
+// minidump: a minidump shows the process as a whole, and writing one takes
+// long enough for the process to end before later ones are done.
+//
 // Everything that needs memory happens in the constructor: the folder is
 // created (with its missing parents) and every path is prepared as wide
 // text, so that handleCrash only copies characters into the slot's path
@@ -22,6 +29,9 @@
 #ifndef QO_LOG_CCRASHHANDLER_H
 #define QO_LOG_CCRASHHANDLER_H
 
+#include <atomic>
+#include <cstdint>
+
 #include "qo/core/CBase.h"
 #include "qo/core/Export.h"
 #include "qo/core/String.h"
@@ -33,8 +43,8 @@
 namespace qo {
 
 /// Writes the crash-information file, the minidump and the log entry.
-/// Thread-safe for handleCrash (each call writes only its slot's buffers);
-/// not copyable.
+/// Thread-safe for handleCrash (reports are serialised; each writes only
+/// its slot's buffers); not copyable.
 class QO_API CCrashHandler : public CBase, public ICrashHandler {
 public:
   using Path = TPathImpl<CWindowsPathTraits>;
@@ -64,12 +74,19 @@ public:
 
 private:
   static constexpr int kCapacity = CCrashTools::kPathCapacity;
+  static constexpr int kMaxWaitMillis = 60000;
   wchar_t m_folder[kCapacity];  // with a trailing separator
   int m_folderLength = 0;
   wchar_t m_logPath[kCapacity];
   wchar_t m_suffixPath[kCapacity];
   wchar_t m_summary[512];
   bool m_writeMinidump;
+  // The report being written: its thread (0 for none), and what was written
+  // before, for naming and the one minidump.
+  std::atomic<std::uint32_t> m_reportingThread{0};
+  long long m_lastTime = 0;
+  int m_reportsInLastTime = 0;
+  bool m_minidumpWritten = false;
 };
 
 }  // namespace qo

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -14,6 +15,7 @@
 #include "qo/log/CCrashHandler.h"
 #include "qo/thread/CThread.h"
 #include "qo/thread/IRunnable.h"
+#include "qo/thread/threadYield.h"
 
 #ifdef _WIN32
 #  include <windows.h>
@@ -86,6 +88,30 @@ public:
   void run() override { crashByNullPointer(); }
 };
 
+// Ten library threads released at once onto the same fault.
+std::atomic<int> g_ready{0};
+std::atomic<bool> g_go{false};
+
+class CCrowdCrasher : public CBase, public IRunnable {
+public:
+  void run() override {
+    ++g_ready;
+    while (!g_go.load()) threadYield(false);
+    crashByNullPointer();
+  }
+};
+
+void crashOnTenThreadsAtOnce() {
+  std::vector<P<CThread>> threads;
+  for (int i = 0; i < 10; ++i) {
+    threads.push_back(newP<CThread>(newP<CCrowdCrasher>().get()));
+    threads.back()->start();
+  }
+  while (g_ready.load() < 10) threadYield(false);
+  g_go = true;
+  for (P<CThread> const& thread : threads) thread->join(false);
+}
+
 void crashOnAnotherThread() {
   P<CThread> thread = newP<CThread>(newP<CCrasher>().get());
   thread->start();
@@ -104,12 +130,18 @@ class CReportAndEnd : public CBase, public ICrashHandler {
 public:
   explicit CReportAndEnd(P<ICrashHandler> inner) : m_inner(std::move(inner)) {}
   void handleCrash(CCrashInfo& info, CCrashTools& tools) override {
+    ++m_active;
     m_inner->handleCrash(info, tools);
+    // As the crash manager does before it lets the process end: reports of
+    // crashes on other threads may finish first.
+    if (--m_active == 0) TerminateProcess(GetCurrentProcess(), 3);
+    for (int waited = 0; m_active.load() > 0 && waited < 30000; waited += 10) Sleep(10);
     TerminateProcess(GetCurrentProcess(), 3);
   }
 
 private:
   P<ICrashHandler> m_inner;
+  std::atomic<int> m_active{0};
 };
 #endif
 
@@ -221,6 +253,31 @@ TEST_F(CCrashManagerDeathTest, IntegerDivisionByZero) {
 TEST_F(CCrashManagerDeathTest, CrashOnALibraryThread) {
   EXPECT_DEATH(crashInChild(m_folder, &crashOnAnotherThread, true), "");
   EXPECT_EQ("access violation", typeOf(crashFiles(m_folder, true).info));
+}
+
+TEST_F(CCrashManagerDeathTest, TenThreadsCrashingAtOnceLeaveACompleteReport) {
+  // The child must end (a deadlock would hang the test until its time
+  // limit) with at least one whole report; reports of the same second share
+  // their names, so the files hold one of them.
+  EXPECT_DEATH(crashInChild(m_folder, &crashOnTenThreadsAtOnce, true), "");
+  std::vector<std::string> const names = m_folder.names();
+  std::regex const info("crash-([0-9]{10})-info\\.xml");
+  std::smatch match;
+  int reports = 0;
+  for (std::string const& name : names) {
+    if (!std::regex_match(name, match, info)) continue;
+    ++reports;
+    std::string const text = crashtest::readFile(m_folder.file(name));
+    EXPECT_EQ("access violation", typeOf(text)) << text;
+    EXPECT_NE(std::string::npos, text.find("</crash>")) << text;
+    QO_EXPECT_WELL_FORMED(m_folder.path(), text);
+    std::string const dump = crashtest::readFile(m_folder.file("crash-" + std::string(match[1]) + "-minidump.mdmp"));
+    EXPECT_EQ("MDMP", dump.substr(0, 4));
+  }
+  EXPECT_GE(reports, 1);
+  std::string const log = crashtest::readFile(m_folder.file("log.xml")) + crashtest::readFile(m_folder.file("log-suffix.xml"));
+  EXPECT_NE(std::string::npos, log.find("<crash type=\"access violation\"")) << log;
+  QO_EXPECT_WELL_FORMED(m_folder.path(), log);
 }
 
 TEST_F(CCrashManagerDeathTest, StackOverflow) {
