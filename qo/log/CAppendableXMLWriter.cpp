@@ -206,6 +206,7 @@ CAppendableXMLWriter::CAppendableXMLWriter(String const& path, bool append)
   if (scanMainFile(main, state)) {
     if (!allBlank(main, state.completeEnd)) {
       m_main->setLength(static_cast<long long>(state.completeEnd));
+      m_mainLength = static_cast<long long>(state.completeEnd);
       repaired = true;
     }
     if (!haveSuffix || state.openElements != openElements) {
@@ -234,6 +235,7 @@ void CAppendableXMLWriter::openMainFile(bool truncate) {
   flags.set(IIOStream::FlagCreate);
   if (truncate) flags.set(IIOStream::FlagTruncate);
   m_main = newP<CLocalFileStream>(m_path, IIOStream::AccessAppend, flags);
+  m_mainLength = m_main->getLength();
 }
 
 void CAppendableXMLWriter::openElement(String const& name, CProps const& attributes) {
@@ -276,10 +278,11 @@ void CAppendableXMLWriter::flush() {
     // Pad only before output that starts a new line: that is white space
     // between elements, never inside an element's text.
     if (bytes.size() <= kAtomicWriteSize && bytes[0] == '\n') {
-      std::size_t const inPage = static_cast<std::size_t>(m_main->getLength() % kAtomicWriteSize);
+      std::size_t const inPage = static_cast<std::size_t>(m_mainLength % kAtomicWriteSize);
       if (inPage != 0 && inPage + bytes.size() > kAtomicWriteSize) bytes.insert(0, kAtomicWriteSize - inPage, ' ');
     }
     writeAll(*m_main, bytes);
+    m_mainLength += static_cast<long long>(bytes.size());
     m_pending->setLength(0);
     m_pending->seek(0);
   }
@@ -355,7 +358,7 @@ String CAppendableXMLWriter::getMainData() const {
 }
 
 long long CAppendableXMLWriter::getMainDataSize() const {
-  return (m_newDocument ? 0 : m_main->getLength()) + m_pendingBytes->getSize();
+  return (m_newDocument ? 0 : m_mainLength) + m_pendingBytes->getSize();
 }
 
 void CAppendableXMLWriter::replaceMainData(String const& data) {

@@ -148,6 +148,10 @@ private:
   String m_writtenSuffix;
   bool m_suffixWritten = false;
   bool m_newDocument = false;  // not on disk before the first flush
+  // The main file's length as this writer made it: only this writer appends
+  // while the log is open (the crash handler only once the process is
+  // going down), so it is not asked of the OS for every flush.
+  long long m_mainLength = 0;
 };
 
 }  // namespace qo

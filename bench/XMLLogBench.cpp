@@ -1,0 +1,72 @@
+// Durable session-log entries: each logInfo formats the entry, takes the
+// log's mutex and appends the entry to the file in one write before it
+// returns (the suffix file is left alone while the open elements do not
+// change). On one thread and on eight threads sharing the log.
+//
+// The counterpart appends an equally long line to a std::FILE and flushes
+// it after every line under a std::mutex: the same one write() per entry,
+// without XML, time stamps or the suffix check.
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <mutex>
+#include <string>
+
+#include "BenchMain.h"
+#include "qo/log/CXMLLog.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+fs::path g_folder;
+qo::P<qo::CXMLLog> g_log;
+std::FILE* g_file = nullptr;
+std::mutex g_fileMutex;
+
+char16_t const kText[] = u"copied C:\\Users\\someone\\Documents\\report-2026.docx (48213 bytes)";
+
+void setUp() {
+  g_folder = fs::temp_directory_path() / ("qo-bench-log-" + std::to_string(std::rand()));
+  fs::create_directories(g_folder);
+  g_log = qo::newP<qo::CXMLLog>(qo::String::fromUTF8((g_folder / "log.xml").u8string()), nullptr, false, -1LL);
+  g_file = std::fopen((g_folder / "plain.log").string().c_str(), "ab");
+}
+
+void tearDown() {
+  g_log->close();
+  g_log = qo::nil;
+  if (g_file != nullptr) std::fclose(g_file);
+  g_file = nullptr;
+  std::error_code ignored;
+  fs::remove_all(g_folder, ignored);
+}
+
+QO_BENCH_SETUP(setUp, tearDown);
+
+void BM_XMLLogDurableEntry(benchmark::State& state) {
+  qo::String const text(kText);
+  for (auto _ : state) g_log->logInfo(text);
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_XMLLogDurableEntry)->Threads(1)->Threads(8)->UseRealTime();
+
+void BM_FlushedLine(benchmark::State& state) {
+  // The entry as the log writes it, give or take the time stamp.
+  std::string const line =
+      "\n    <entry level=\"info\" time=\"2026-11-23T18:00:00\">" + qo::String(kText).toUTF8() + "</entry>";
+  for (auto _ : state) {
+    std::lock_guard<std::mutex> lock(g_fileMutex);
+    std::fwrite(line.data(), 1, line.size(), g_file);
+    std::fflush(g_file);
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_FlushedLine)->Threads(1)->Threads(8)->UseRealTime();
+
+QO_BENCH_RATIO("durable log entry / flushed line (1 thread)", "BM_XMLLogDurableEntry/1", "BM_FlushedLine/1");
+QO_BENCH_RATIO("durable log entry / flushed line (8 threads)", "BM_XMLLogDurableEntry/8", "BM_FlushedLine/8");
+
+}  // namespace
