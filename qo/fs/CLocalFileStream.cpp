@@ -250,7 +250,7 @@ void CLocalFileStream::close() {
   }
   SysError e = platform::fileClose(file);
   P<CLockFile> lockFile = std::move(m_lockFile);
-  if (lockFile) lockFile->release();
+  if (lockFile) lockFile->unlock();
   if (e) throw detail::makeLocalFileError(CIOError::kWriteFailed, "CLocalFileStream::close", "CloseHandle", e, m_uri, CProps());
 }
 

@@ -67,9 +67,9 @@ CLockFile::CLockFile(String const& path, IStreamBase::LockType type, bool delete
   }
 }
 
-CLockFile::~CLockFile() { release(); }
+CLockFile::~CLockFile() { unlock(); }
 
-void CLockFile::release() {
+void CLockFile::unlock() {
   if (!m_stream) return;
   m_lock = nil;
   bool deleteIt = false;

@@ -2,7 +2,7 @@
 //
 // Guards a resource across processes: the file at the path (created when
 // missing) is opened and locked as a whole, exclusively or shared, until
-// release() or destruction. Another CLockFile on the same path, in another
+// unlock() or destruction. Another CLockFile on the same path, in another
 // process or in this one, is refused while the lock is held (exclusive
 // against anything, shared against exclusive). The lock is the OS's, so a
 // process that dies loses it at once; the file itself stays unless
@@ -15,7 +15,7 @@
 //
 //   CLockFile lock(logPath + u".lock", IStreamBase::LockExclusive, true);
 //   ...                       // the log is ours
-//   lock.release();           // or let the destructor do it
+//   lock.unlock();            // or let the destructor do it
 //
 // Not thread-safe.
 #ifndef QO_FS_CLOCKFILE_H
@@ -41,19 +41,16 @@ public:
   /// otherwise the CIOError of opening.
   explicit CLockFile(String const& path, IStreamBase::LockType type = IStreamBase::LockExclusive,
                      bool deleteOnRelease = false);
-  /// release(); never throws.
+  /// unlock(); never throws.
   ~CLockFile() override;
   CLockFile(CLockFile const&) = delete;
   CLockFile& operator=(CLockFile const&) = delete;
 
-  // The reference count's release() stays reachable (P<CLockFile> calls it
-  // through IBase); this class's own release() below is the lock's.
-  using CBase::release;
   /// Drops the lock and closes the file; with deleteOnRelease also deletes
   /// the file, unless another holder still holds a lock on it (a failure
   /// to delete is ignored as well). Idempotent; never throws.
-  void release();
-  /// True from construction until release().
+  void unlock();
+  /// True from construction until unlock().
   bool isHeld() const;
   /// The path as given.
   String const& getPath() const;

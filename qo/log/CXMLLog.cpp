@@ -342,7 +342,7 @@ void CXMLLog::close() {
     }
   }
   if (m_lockFile) {
-    m_lockFile->release();
+    m_lockFile->unlock();
     m_lockFile = nil;
   }
   if (failure) std::rethrow_exception(failure);
@@ -354,7 +354,7 @@ void CXMLLog::abortLeaveSessionOpen() noexcept {
   m_broken = true;
   m_writer = nil;
   if (m_lockFile) {
-    m_lockFile->release();
+    m_lockFile->unlock();
     m_lockFile = nil;
   }
 }

@@ -57,7 +57,8 @@ TEST_F(CQoInitTest, LocaleChosenByApplicationSurvives) {
 TEST_F(CQoInitTest, HelperIsOneInstanceUntilDisposed) {
   P<CQoInit::CQoInitHelper> first = CQoInit::CQoInitHelper::get();
   EXPECT_EQ(first, CQoInit::CQoInitHelper::get());
-  EXPECT_EQ(typeNameOf(typeid(*first)), "qo::CQoInit::CQoInitHelper");
+  CQoInit::CQoInitHelper const& helper = *first;
+  EXPECT_EQ(typeNameOf(typeid(helper)), "qo::CQoInit::CQoInitHelper");
   restartHelper();
   EXPECT_NE(first, CQoInit::CQoInitHelper::get());
   EXPECT_EQ(first->getRefCountForDebugging(), 1);  // only this test holds the old one

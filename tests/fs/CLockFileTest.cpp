@@ -79,9 +79,9 @@ TEST(CLockFileTest, ReleaseLetsTheNextOneIn) {
   TempFolder dir;
   String const path = dir.path("b.lock");
   CLockFile first(path);
-  first.release();
+  first.unlock();
   EXPECT_FALSE(first.isHeld());
-  first.release();  // idempotent
+  first.unlock();  // idempotent
   CLockFile second(path);
   EXPECT_TRUE(second.isHeld());
   EXPECT_TRUE(localFileExists(path));  // kept without deleteOnRelease
@@ -106,9 +106,9 @@ TEST(CLockFileTest, DeleteOnReleaseRemovesTheFile) {
   EXPECT_TRUE(e.isLockConflict());
   // The last holder leaving does delete it.
   CLockFile last(path, IStreamBase::LockShared, true);
-  keeper.release();
+  keeper.unlock();
   EXPECT_TRUE(localFileExists(path));
-  last.release();
+  last.unlock();
   EXPECT_FALSE(localFileExists(path));
 }
 
