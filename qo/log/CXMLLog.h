@@ -22,11 +22,17 @@
 // complete document after every entry. A ".lock" file beside the log keeps
 // a second CXMLLog, in this process or another, off the same log.
 //
-// Opening continues the file: elements left open by a dead process are
-// closed, its session gets "sessionUnfinished", and a damaged or foreign
-// file is replaced by a new one. With a size limit, a main file that grows
-// past it is cut from the front at an element boundary to about half the
-// limit, and "<snip />" marks the cut.
+// Opening continues the file: what a process killed in the middle of a
+// write left is repaired (a cut-off tail removed, the end tags rebuilt from
+// the main file), elements left open by a dead process are closed, its
+// session gets "sessionUnfinished", and a damaged or foreign file is
+// replaced by a new one. The main file plus the suffix file is well formed
+// after a kill at any moment, with two exceptions that the next open
+// repairs: between the two files' writes while a session opens on a closed
+// log or closes, and inside an entry larger than a page (4096 bytes).
+// With a size limit, a main file that grows past it is cut from the front
+// at an element boundary to about half the limit, and "<snip />" marks the
+// cut.
 //
 // Failures: construction throws (lock held, file not writable, a bad
 // limit); after that entries throw what writing throws (CIOError), while a
@@ -37,8 +43,9 @@
 // function is set, the library's own error reports (qo/core/ErrorLog.h) go
 // into it as well.
 //
-//   P<CXMLLog> log = newP<CXMLLog>(u"C:\\ProgramData\\App\\log.xml",
-//       new CXMLLog::CDefaultSessionHeaderFactory(u"app", u"7.1", u"pro"), false, 1 << 20);
+//   P<CXMLLog::ISessionHeaderFactory> header(
+//       new CXMLLog::CDefaultSessionHeaderFactory(u"app", u"7.1", u"pro"));
+//   P<CXMLLog> log = newP<CXMLLog>(u"C:\\ProgramData\\App\\log.xml", header.get(), false, 1 << 20);
 //   log->logInfo(u"Backup started.");
 //   catch (std::exception const& e) { log->logError(e, u"Backup failed.", u"job 12"); }
 //   log->close();
