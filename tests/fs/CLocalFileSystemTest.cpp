@@ -27,6 +27,7 @@
 #include "qo/core/CTime.h"
 #include "qo/core/TypeName.h"
 #include "qo/stream/CBufferStream.h"
+#include "LocalFileTestSupport.h"
 
 #ifdef _WIN32
 #include <windows.h>
@@ -39,6 +40,8 @@ namespace qo {
 namespace {
 
 namespace stdfs = std::filesystem;
+using localfiletest::bypassesPermissions;
+using localfiletest::runsOnWine;
 using Buffer = TBuffer<unsigned char>;
 
 constexpr int kLongWait = 60000;  // an upper bound only; passing runs are quick
@@ -71,24 +74,6 @@ public:
   std::atomic<int> m_calls{0};
   std::atomic<int> m_failures{0};
 };
-
-bool runsOnWine() {
-#ifdef _WIN32
-  return GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr;
-#else
-  return false;
-#endif
-}
-
-// The superuser may write read-only files on POSIX, and so may Wine run by
-// the superuser, since it keeps the read-only attribute as permission bits.
-bool bypassesPermissions() {
-#ifdef _WIN32
-  return runsOnWine();
-#else
-  return geteuid() == 0;
-#endif
-}
 
 std::string pattern(std::size_t size, unsigned seed) {
   std::string bytes(size, '\0');
