@@ -86,6 +86,7 @@
 #include "qo/fs/CFileInfo.h"
 #include "qo/fs/CFileSystemHub.h"
 #include "qo/fs/CLocalFileStream.h"
+#include "qo/fs/CLocalFileSystem.h"
 #include "qo/fs/CLockFile.h"
 #include "qo/fs/CMacPathTraits.h"
 #include "qo/fs/CPathTraitsBase.h"

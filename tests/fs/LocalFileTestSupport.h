@@ -1,5 +1,6 @@
-// tests/fs/LocalFileTestSupport.h - a fresh temporary folder per test and
-// the expected "uri" of a native path, for the local file tests.
+// tests/fs/LocalFileTestSupport.h - a fresh temporary folder per test, the
+// expected "uri" of a native path and facts about the test's surroundings
+// (Wine, a user that permissions do not bind), for the local file tests.
 #ifndef QO_TESTS_FS_LOCALFILETESTSUPPORT_H
 #define QO_TESTS_FS_LOCALFILETESTSUPPORT_H
 
@@ -16,6 +17,15 @@
 #include "qo/core/CIOError.h"
 #include "qo/core/String.h"
 #include "TempFolder.h"
+
+#ifdef _WIN32
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
+#else
+#include <unistd.h>
+#endif
 
 namespace qo::localfiletest {
 
@@ -46,6 +56,25 @@ CIOError catchIOError(Body body) {
   }
   ADD_FAILURE() << "nothing thrown";
   return CIOError(CIOError::kUnknown);
+}
+
+/// True when the tests run under the Wine emulator.
+inline bool runsOnWine() {
+#ifdef _WIN32
+  return GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr;
+#else
+  return false;
+#endif
+}
+
+/// The superuser may write read-only files on POSIX, and so may Wine run by
+/// the superuser, since it keeps the read-only attribute as permission bits.
+inline bool bypassesPermissions() {
+#ifdef _WIN32
+  return runsOnWine();
+#else
+  return geteuid() == 0;
+#endif
 }
 
 inline long long problemOf(CError const& e) { return CFileSystemError::getProblem(e.getParams()); }

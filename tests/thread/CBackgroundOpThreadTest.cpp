@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstring>
@@ -215,27 +216,43 @@ TEST_F(CBackgroundOpThreadTest, WaitFinishedTimesOutWhileTheJobRuns) {
 }
 
 TEST_F(CBackgroundOpThreadTest, StopFinishesQueuedJobsWithTheAbortErrorInQueueOrder) {
+  constexpr int kQueued = 100;
   Gate gate;
   gate.install(*m_fs);
   m_worker->start();
   std::vector<P<CListener>> listeners;
   std::vector<P<IBackgroundOp>> ops;
-  for (int i = 0; i < 5; ++i) {
+  for (int i = 0; i <= kQueued; ++i) {
     listeners.push_back(newP<CListener>(m_journal, std::to_string(i)));
     ops.push_back(m_worker->addCreateFolderJob(m_fs.get(), uri(std::to_string(i)), i, listeners.back().get()));
     if (i == 0) ASSERT_TRUE(gate.entered.wait(kLongWait));  // job 0 runs, the rest wait
   }
+  // Waiters already blocked when the stop comes must all be woken by it.
+  std::atomic<int> woken{0};
+  std::vector<std::thread> waiters;
+  for (int t = 0; t < 4; ++t) {
+    waiters.emplace_back([&] {
+      for (auto const& op : ops) {
+        if (op->waitFinished(-1)) woken++;
+      }
+    });
+  }
   m_worker->signalStop();
   gate.release.set();
-  m_worker->join(true);
+  m_worker->stop(false);
+  for (std::thread& t : waiters) t.join();
+  EXPECT_EQ(4 * (kQueued + 1), woken.load());
 
+  // One line per job, in queue order: every listener was told exactly once.
   std::vector<std::string> expected{"0:ok"};
-  for (int i = 1; i < 5; ++i) expected.push_back(std::to_string(i) + ":" + kAbort);
+  for (int i = 1; i <= kQueued; ++i) expected.push_back(std::to_string(i) + ":" + kAbort);
   EXPECT_EQ(expected, m_journal.lines());
   EXPECT_EQ(std::vector<std::string>{"createFolder(mem:///0,0)"}, m_fs->calls());
-  for (int i = 1; i < 5; ++i) {
+  ops[0]->throwErrorIfFailed();
+  for (int i = 1; i <= kQueued; ++i) {
     SCOPED_TRACE(i);
-    EXPECT_TRUE(ops[i]->waitFinished(0));
+    EXPECT_EQ(ops[i].get(), listeners[i]->op());
+    EXPECT_TRUE(ops[i]->hasFinished());
     try {
       ops[i]->throwErrorIfFailed();
       ADD_FAILURE() << "nothing thrown";

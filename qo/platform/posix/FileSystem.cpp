@@ -1,0 +1,521 @@
+#include "qo/platform/FileSystem.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <new>
+#include <string>
+#include <vector>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/sysmacros.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+namespace qo::platform {
+
+struct FsFolder {
+  DIR* dir = nullptr;
+};
+
+namespace {
+
+SysError errorOf(int code) {
+  return SysError{static_cast<std::uint32_t>(code), sysErrorText(static_cast<std::uint32_t>(code))};
+}
+
+SysError ok() { return SysError{}; }
+
+// UTF-16 to the UTF-8 the kernel takes. A lone surrogate has no UTF-8 form
+// and an embedded NUL would cut the name short: both are refused rather than
+// reaching a file under another name.
+bool toNative(std::u16string const& text, std::string& out) {
+  out.clear();
+  out.reserve(text.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    std::uint32_t c = text[i];
+    if (c == 0) return false;
+    if (c >= 0xD800 && c <= 0xDFFF) {
+      bool const paired = c < 0xDC00 && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF;
+      if (!paired) return false;
+      c = 0x10000 + ((c - 0xD800) << 10) + (text[++i] - 0xDC00u);
+    }
+    int const extra = c < 0x80 ? 0 : c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
+    static unsigned char const kLead[4] = {0x00, 0xC0, 0xE0, 0xF0};
+    out += static_cast<char>(kLead[extra] | (c >> (6 * extra)));
+    for (int k = extra - 1; k >= 0; --k) out += static_cast<char>(0x80 | ((c >> (6 * k)) & 0x3F));
+  }
+  return true;
+}
+
+// Names on disk are bytes. Valid UTF-8 is decoded; anything else is taken as
+// Latin-1 as a whole, the library's rule for narrow text of unknown origin.
+std::u16string fromNative(char const* bytes, std::size_t length) {
+  std::u16string out;
+  out.reserve(length);
+  std::size_t i = 0;
+  while (i < length) {
+    auto const b = static_cast<unsigned char>(bytes[i]);
+    int const extra = b < 0x80 ? 0 : (b & 0xE0) == 0xC0 ? 1 : (b & 0xF0) == 0xE0 ? 2 : (b & 0xF8) == 0xF0 ? 3 : -1;
+    if (extra < 0 || length - i <= static_cast<std::size_t>(extra)) break;
+    std::uint32_t c = extra == 0 ? b : (b & (0x3Fu >> extra));
+    bool good = true;
+    for (int k = 1; k <= extra && good; ++k) {
+      auto const cb = static_cast<unsigned char>(bytes[i + static_cast<std::size_t>(k)]);
+      good = (cb & 0xC0) == 0x80;
+      c = (c << 6) | (cb & 0x3Fu);
+    }
+    static std::uint32_t const kMin[4] = {0, 0x80, 0x800, 0x10000};
+    if (!good || c < kMin[extra] || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) break;
+    if (c >= 0x10000) {
+      out += static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10));
+      out += static_cast<char16_t>(0xDC00 + ((c - 0x10000) & 0x3FF));
+    } else {
+      out += static_cast<char16_t>(c);
+    }
+    i += static_cast<std::size_t>(extra) + 1;
+  }
+  if (i == length) return out;
+  out.clear();
+  for (std::size_t k = 0; k < length; ++k) out += static_cast<char16_t>(static_cast<unsigned char>(bytes[k]));
+  return out;
+}
+
+long long micros(long long seconds, long long nanos) { return seconds * 1000000 + nanos / 1000; }
+
+timespec toTimespec(long long micros) {
+  timespec ts{};
+  if (micros == kFsNoTime) {
+    ts.tv_nsec = UTIME_OMIT;
+    return ts;
+  }
+  long long seconds = micros / 1000000;
+  long long rest = micros % 1000000;
+  if (rest < 0) {
+    rest += 1000000;
+    --seconds;
+  }
+  ts.tv_sec = static_cast<time_t>(seconds);
+  ts.tv_nsec = static_cast<long>(rest * 1000);
+  return ts;
+}
+
+FsKind kindOfMode(unsigned mode) {
+  if (S_ISREG(mode)) return FsKind::File;
+  if (S_ISDIR(mode)) return FsKind::Folder;
+  if (S_ISLNK(mode)) return FsKind::SymLink;
+  return FsKind::Other;
+}
+
+void fillCommon(FsStat& out, unsigned mode, long long size) {
+  out.kind = kindOfMode(mode);
+  out.posixMode = static_cast<int>(mode);
+  out.size = out.kind == FsKind::File ? size : 0;
+  // POSIX has no attributes; a file nobody may write is what read-only means.
+  out.attributes = (mode & 0222) == 0 && out.kind != FsKind::SymLink ? kFsAttrReadOnly : 0u;
+}
+
+void fillFromStat(struct stat const& st, FsStat& out) {
+  out = FsStat{};
+  fillCommon(out, st.st_mode, static_cast<long long>(st.st_size));
+  out.writeMicros = micros(st.st_mtim.tv_sec, st.st_mtim.tv_nsec);
+  out.accessMicros = micros(st.st_atim.tv_sec, st.st_atim.tv_nsec);
+  out.volumeId = static_cast<unsigned long long>(st.st_dev);
+  out.fileId = static_cast<unsigned long long>(st.st_ino);
+  out.linkCount = static_cast<long long>(st.st_nlink);
+}
+
+// Returns an errno value (0 = success). ENOENT / ENOTDIR are left to the caller.
+int statAt(int dirFd, char const* name, bool followLinks, FsStat& out) {
+  int const flags = followLinks ? 0 : AT_SYMLINK_NOFOLLOW;
+#ifdef STATX_BTIME
+  struct statx sx;
+  if (statx(dirFd, name, flags | AT_STATX_SYNC_AS_STAT, STATX_BASIC_STATS | STATX_BTIME, &sx) == 0) {
+    out = FsStat{};
+    fillCommon(out, sx.stx_mode, static_cast<long long>(sx.stx_size));
+    if (sx.stx_mask & STATX_BTIME) out.creationMicros = micros(sx.stx_btime.tv_sec, sx.stx_btime.tv_nsec);
+    out.writeMicros = micros(sx.stx_mtime.tv_sec, sx.stx_mtime.tv_nsec);
+    out.accessMicros = micros(sx.stx_atime.tv_sec, sx.stx_atime.tv_nsec);
+    out.volumeId = static_cast<unsigned long long>(makedev(sx.stx_dev_major, sx.stx_dev_minor));
+    out.fileId = sx.stx_ino;
+    out.linkCount = sx.stx_nlink;
+  } else if (errno != ENOSYS) {
+    return errno;
+  } else
+#endif
+  {
+    struct stat st;
+    if (fstatat(dirFd, name, &st, flags) != 0) return errno;
+    fillFromStat(st, out);
+  }
+  if (out.kind == FsKind::SymLink) {
+    std::vector<char> buffer(256);
+    for (;;) {
+      ssize_t const n = readlinkat(dirFd, name, buffer.data(), buffer.size());
+      if (n < 0) break;  // the link went away meanwhile: no target known
+      if (static_cast<std::size_t>(n) < buffer.size()) {
+        out.linkTarget = fromNative(buffer.data(), static_cast<std::size_t>(n));
+        break;
+      }
+      buffer.resize(buffer.size() * 4);
+    }
+    struct stat target;
+    out.linkToFolder = fstatat(dirFd, name, &target, 0) == 0 && S_ISDIR(target.st_mode);
+  }
+  return 0;
+}
+
+// Runs a call that reports failure with -1 and errno, retrying EINTR.
+template <class F>
+SysError retrying(F call) {
+  for (;;) {
+    if (call() == 0) return ok();
+    if (errno != EINTR) return errorOf(errno);
+  }
+}
+
+#define QO_FS_PATH(var, text) \
+  std::string var;            \
+  if (!toNative(text, var)) return errorOf(EILSEQ)
+
+SysError copyData(int in, int out) {
+  static constexpr std::size_t kChunk = 1 << 20;
+  bool kernelCopy = true;
+  std::vector<char> buffer;
+  for (;;) {
+    if (kernelCopy) {
+      ssize_t const n = copy_file_range(in, nullptr, out, nullptr, kChunk, 0);
+      if (n > 0) continue;
+      if (n == 0) return ok();
+      if (errno == EINTR) continue;
+      if (errno != EXDEV && errno != ENOSYS && errno != EINVAL && errno != EOPNOTSUPP && errno != EPERM) {
+        return errorOf(errno);
+      }
+      kernelCopy = false;  // file systems or kernels without it: copy through memory
+      buffer.resize(256 * 1024);
+    }
+    ssize_t const got = read(in, buffer.data(), buffer.size());
+    if (got == 0) return ok();
+    if (got < 0) {
+      if (errno == EINTR) continue;
+      return errorOf(errno);
+    }
+    for (ssize_t done = 0; done < got;) {
+      ssize_t const put = write(out, buffer.data() + done, static_cast<std::size_t>(got - done));
+      if (put < 0) {
+        if (errno == EINTR) continue;
+        return errorOf(errno);
+      }
+      done += put;
+    }
+  }
+}
+
+}  // namespace
+
+FsErrorKind fsErrorKind(SysError const& error) {
+  switch (static_cast<int>(error.code)) {
+    case ENOENT: return FsErrorKind::NotFound;
+    case EEXIST: return FsErrorKind::AlreadyExists;
+    case EACCES:
+    case EPERM:
+    case EROFS: return FsErrorKind::AccessDenied;
+    case ENOTDIR:
+    case EISDIR: return FsErrorKind::WrongKind;
+    case ENOTEMPTY: return FsErrorKind::NotEmpty;
+    case ENOSPC:
+    case EDQUOT: return FsErrorKind::NoSpace;
+    case EBUSY:
+    case ETXTBSY: return FsErrorKind::InUse;
+    case EXDEV: return FsErrorKind::CrossDevice;
+    case ENOTSUP:
+#if EOPNOTSUPP != ENOTSUP
+    case EOPNOTSUPP:
+#endif
+    case ENOSYS: return FsErrorKind::Unsupported;
+    case EILSEQ:
+    case ENAMETOOLONG: return FsErrorKind::InvalidName;
+    default: return FsErrorKind::Other;
+  }
+}
+
+SysError fsStat(std::u16string const& path, bool followLinks, FsStat& out) {
+  out = FsStat{};
+  QO_FS_PATH(p, path);
+  int const e = statAt(AT_FDCWD, p.c_str(), followLinks, out);
+  if (e == ENOENT || e == ENOTDIR) {
+    out = FsStat{};
+    return ok();
+  }
+  return e ? errorOf(e) : ok();
+}
+
+SysError fsCreateFolder(std::u16string const& path) {
+  QO_FS_PATH(p, path);
+  return retrying([&] { return mkdir(p.c_str(), 0777); });
+}
+
+SysError fsRemoveFolder(std::u16string const& path) {
+  QO_FS_PATH(p, path);
+  SysError e = retrying([&] { return rmdir(p.c_str()); });
+  // POSIX allows EEXIST for a folder that still has entries.
+  if (e.code == EEXIST) return errorOf(ENOTEMPTY);
+  return e;
+}
+
+SysError fsDeleteFile(std::u16string const& path) {
+  QO_FS_PATH(p, path);
+  SysError e = retrying([&] { return unlink(p.c_str()); });
+  // POSIX lets unlink() refuse a folder with EPERM; say what it is.
+  struct stat st;
+  if (e.code == EPERM && lstat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) return errorOf(EISDIR);
+  return e;
+}
+
+SysError fsRemoveLink(std::u16string const& path) {
+  QO_FS_PATH(p, path);
+  return retrying([&] { return unlink(p.c_str()); });
+}
+
+SysError fsRename(std::u16string const& from, std::u16string const& to, bool overwrite) {
+  QO_FS_PATH(f, from);
+  QO_FS_PATH(t, to);
+  if (overwrite) return retrying([&] { return rename(f.c_str(), t.c_str()); });
+#ifdef RENAME_NOREPLACE
+  SysError e = retrying([&] { return renameat2(AT_FDCWD, f.c_str(), AT_FDCWD, t.c_str(), RENAME_NOREPLACE); });
+  if (!e || (e.code != EINVAL && e.code != ENOSYS && e.code != ENOTSUP)) return e;
+#endif
+  // Without an atomic no-replace rename (old kernels, some network file
+  // systems) the check and the rename are two steps.
+  struct stat st;
+  if (lstat(t.c_str(), &st) == 0) return errorOf(EEXIST);
+  return retrying([&] { return rename(f.c_str(), t.c_str()); });
+}
+
+SysError fsCopyFile(std::u16string const& from, std::u16string const& to, bool overwrite) {
+  QO_FS_PATH(f, from);
+  QO_FS_PATH(t, to);
+  int in;
+  do {
+    in = open(f.c_str(), O_RDONLY | O_CLOEXEC);
+  } while (in < 0 && errno == EINTR);
+  if (in < 0) return errorOf(errno);
+  struct stat source;
+  if (fstat(in, &source) != 0) {
+    SysError e = errorOf(errno);
+    close(in);
+    return e;
+  }
+  struct stat existing;
+  bool const targetExists = stat(t.c_str(), &existing) == 0;
+  int refuse = 0;
+  if (S_ISDIR(source.st_mode) || (targetExists && S_ISDIR(existing.st_mode))) {
+    refuse = EISDIR;
+  } else if (targetExists && !overwrite) {
+    refuse = EEXIST;
+  } else if (targetExists && existing.st_dev == source.st_dev && existing.st_ino == source.st_ino) {
+    refuse = EINVAL;  // truncating the target would destroy the source
+  }
+  if (refuse) {
+    close(in);
+    return errorOf(refuse);
+  }
+  int out;
+  do {
+    out = open(t.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | (overwrite ? O_TRUNC : O_EXCL), 0600);
+  } while (out < 0 && errno == EINTR);
+  if (out < 0) {
+    SysError e = errorOf(errno);
+    close(in);
+    return e;
+  }
+  SysError e = copyData(in, out);
+  if (!e && fchmod(out, source.st_mode & 07777) != 0) e = errorOf(errno);
+  timespec const times[2] = {source.st_atim, source.st_mtim};
+  if (!e && futimens(out, times) != 0) e = errorOf(errno);
+  if (close(out) != 0 && !e) e = errorOf(errno);
+  close(in);
+  // A half-written copy must not pass for the file.
+  if (e) unlink(t.c_str());
+  return e;
+}
+
+SysError fsCreateHardLink(std::u16string const& link, std::u16string const& target) {
+  QO_FS_PATH(l, link);
+  QO_FS_PATH(t, target);
+  return retrying([&] { return ::link(t.c_str(), l.c_str()); });
+}
+
+SysError fsCreateSymLink(std::u16string const& link, std::u16string const& target, bool) {
+  QO_FS_PATH(l, link);
+  QO_FS_PATH(t, target);
+  return retrying([&] { return symlink(t.c_str(), l.c_str()); });
+}
+
+SysError fsCreateJunction(std::u16string const& link, std::u16string const& target) {
+  return fsCreateSymLink(link, target, true);
+}
+
+SysError fsSetTimes(std::u16string const& path, bool followLinks, long long, long long writeMicros,
+                    long long accessMicros) {
+  QO_FS_PATH(p, path);
+  timespec const times[2] = {toTimespec(accessMicros), toTimespec(writeMicros)};
+  return retrying([&] { return utimensat(AT_FDCWD, p.c_str(), times, followLinks ? 0 : AT_SYMLINK_NOFOLLOW); });
+}
+
+SysError fsSetAttributes(std::u16string const& path, bool followLinks, unsigned attributes) {
+  QO_FS_PATH(p, path);
+  struct stat st;
+  if ((followLinks ? stat(p.c_str(), &st) : lstat(p.c_str(), &st)) != 0) return errorOf(errno);
+  if (S_ISLNK(st.st_mode)) return ok();  // a link has no permissions of its own here
+  mode_t mode = st.st_mode & 07777;
+  if (attributes & kFsAttrReadOnly) {
+    mode &= ~static_cast<mode_t>(0222);
+  } else if ((mode & 0222) == 0) {
+    mode |= 0200;
+  }
+  if (mode == (st.st_mode & 07777)) return ok();
+  return retrying([&] { return chmod(p.c_str(), mode); });
+}
+
+SysError fsSetPosixMode(std::u16string const& path, bool followLinks, int mode) {
+  QO_FS_PATH(p, path);
+  struct stat st;
+  if (!followLinks) {
+    if (lstat(p.c_str(), &st) != 0) return errorOf(errno);
+    if (S_ISLNK(st.st_mode)) return ok();
+  }
+  return retrying([&] { return chmod(p.c_str(), static_cast<mode_t>(mode & 07777)); });
+}
+
+SysError fsFreeSpace(std::u16string const& path, long long& bytes) {
+  bytes = -1;
+  QO_FS_PATH(p, path);
+  struct statvfs vfs;
+  SysError e = retrying([&] { return statvfs(p.c_str(), &vfs); });
+  if (!e) bytes = static_cast<long long>(vfs.f_bavail) * static_cast<long long>(vfs.f_frsize ? vfs.f_frsize : vfs.f_bsize);
+  return e;
+}
+
+SysError fsSectorSize(std::u16string const& path, long long& bytes) {
+  bytes = -1;
+  QO_FS_PATH(p, path);
+  struct statvfs vfs;
+  SysError e = retrying([&] { return statvfs(p.c_str(), &vfs); });
+  if (!e) bytes = static_cast<long long>(vfs.f_frsize ? vfs.f_frsize : vfs.f_bsize);
+  return e;
+}
+
+SysError fsVolumeRoot(std::u16string const& path, std::u16string& root) {
+  root.clear();
+  QO_FS_PATH(p, path);
+  // The nearest existing folder stands for a path that does not exist yet.
+  struct stat st;
+  while (stat(p.c_str(), &st) != 0) {
+    if (errno != ENOENT && errno != ENOTDIR) return errorOf(errno);
+    std::size_t const slash = p.find_last_of('/');
+    if (slash == std::string::npos) return errorOf(ENOENT);
+    p.resize(slash == 0 ? 1 : slash);
+  }
+  char* resolved = realpath(p.c_str(), nullptr);
+  if (!resolved) return errorOf(errno);
+  std::string current(resolved);
+  free(resolved);
+  if (stat(current.c_str(), &st) != 0) return errorOf(errno);
+  // A mount point is where the device number changes on the way up.
+  while (current != "/") {
+    std::size_t const slash = current.find_last_of('/');
+    std::string const parent = slash == 0 ? std::string("/") : current.substr(0, slash);
+    struct stat up;
+    if (stat(parent.c_str(), &up) != 0 || up.st_dev != st.st_dev) break;
+    current = parent;
+  }
+  if (current.back() != '/') current += '/';
+  root = fromNative(current.data(), current.size());
+  return ok();
+}
+
+SysError fsUserName(std::u16string& name) {
+  name.clear();
+  uid_t const uid = geteuid();
+  long const suggested = sysconf(_SC_GETPW_R_SIZE_MAX);
+  std::vector<char> buffer(suggested > 0 ? static_cast<std::size_t>(suggested) : 16384);
+  for (;;) {
+    passwd entry{};
+    passwd* found = nullptr;
+    int const e = getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found);
+    if (e == ERANGE && buffer.size() < (1u << 20)) {
+      buffer.resize(buffer.size() * 2);
+      continue;
+    }
+    if (e != 0) return errorOf(e);
+    if (found && found->pw_name) {
+      name = fromNative(found->pw_name, std::strlen(found->pw_name));
+    } else {
+      // An account without a name (containers often run as such): its number.
+      std::string const number = std::to_string(static_cast<unsigned long long>(uid));
+      name.assign(number.begin(), number.end());
+    }
+    return ok();
+  }
+}
+
+SysError fsNativeMetaData(std::u16string const& path, bool followLinks, std::u16string const& what,
+                          std::string& format, std::string& bytes) {
+  format.clear();
+  bytes.clear();
+  if (!what.empty() && what != u"stat") return errorOf(ENOTSUP);
+  QO_FS_PATH(p, path);
+  struct stat st;
+  if ((followLinks ? stat(p.c_str(), &st) : lstat(p.c_str(), &st)) != 0) return errorOf(errno);
+  format = "posix.stat";
+  bytes.assign(reinterpret_cast<char const*>(&st), sizeof st);
+  return ok();
+}
+
+bool fsHasSubStreams() { return false; }
+
+SysError fsFolderOpen(std::u16string const& path, FsFolder*& folder) {
+  folder = nullptr;
+  QO_FS_PATH(p, path);
+  DIR* dir = opendir(p.c_str());
+  if (!dir) return errorOf(errno);
+  folder = new (std::nothrow) FsFolder;
+  if (!folder) {
+    closedir(dir);
+    return errorOf(ENOMEM);
+  }
+  folder->dir = dir;
+  return ok();
+}
+
+SysError fsFolderNext(FsFolder* folder, std::u16string& name, FsStat& entry, bool& done) {
+  done = false;
+  for (;;) {
+    errno = 0;
+    dirent const* d = readdir(folder->dir);
+    if (!d) {
+      if (errno != 0) return errorOf(errno);
+      done = true;
+      return ok();
+    }
+    if (d->d_name[0] == '.' && (d->d_name[1] == 0 || (d->d_name[1] == '.' && d->d_name[2] == 0))) continue;
+    int const e = statAt(dirfd(folder->dir), d->d_name, false, entry);
+    if (e == ENOENT) continue;  // removed since readdir saw it
+    if (e) return errorOf(e);
+    name = fromNative(d->d_name, std::strlen(d->d_name));
+    return ok();
+  }
+}
+
+void fsFolderClose(FsFolder* folder) {
+  if (!folder) return;
+  closedir(folder->dir);
+  delete folder;
+}
+
+}  // namespace qo::platform
