@@ -15,9 +15,9 @@ using qo::String;
 
 namespace {
 
-// Stores queued on the worker at a time: enough that opening the next source
-// and renaming the last target overlap the worker's copying.
-constexpr std::size_t kMaxInFlight = 8;
+// Stores queued per worker: enough that opening the next source and renaming
+// the last target overlap the workers' copying.
+constexpr std::size_t kInFlightPerWorker = 4;
 // How long the main thread waits for a store before it redraws the progress.
 constexpr int kWaitSliceMs = 100;
 
@@ -77,8 +77,11 @@ private:
   std::atomic<long long> m_count{0};
 };
 
-CBackupRun::CBackupRun(Options const& options, P<qo::IFileSystem> const& fs, CConsole& console)
-    : m_options(options), m_fs(fs), m_console(console) {}
+CBackupRun::CBackupRun(Options const& options, P<qo::IFileSystem> const& fs,
+                       std::vector<P<qo::IFileSystem>> const& storeFs, CConsole& console)
+    : m_options(options), m_fs(fs), m_storeFs(storeFs), m_console(console) {
+  if (m_storeFs.empty()) m_storeFs.push_back(m_fs);
+}
 
 CBackupRun::~CBackupRun() {
   // Only reached with stores in flight when run() threw: let them end before
@@ -231,7 +234,7 @@ void CBackupRun::copyFiles() {
       verboseLine("would copy", file.relative);
       continue;
     }
-    while (m_pending.size() >= kMaxInFlight) finishOldest();
+    while (m_pending.size() >= kInFlightPerWorker * m_storeFs.size()) finishOldest();
     startCopy(file);
   }
   while (!m_pending.empty()) finishOldest();
@@ -249,7 +252,8 @@ void CBackupRun::startCopy(File const& file) {
     P<qo::IIOStream> in = m_fs->createStream(source, qo::IIOStream::AccessReadOnly,
                                              qo::TFlags<qo::IIOStream::Flags>{qo::IIOStream::FlagSequential});
     pending.source = P<CCountingInStream>(new CCountingInStream(in));
-    pending.op = m_fs->backgroundStore(pending.temporary, -1, pending.source.get(), true, nullptr);
+    P<qo::IFileSystem> const& storeFs = m_storeFs[static_cast<std::size_t>(m_temporaryCounter) % m_storeFs.size()];
+    pending.op = storeFs->backgroundStore(pending.temporary, -1, pending.source.get(), true, nullptr);
   } catch (std::exception const& e) {
     ++m_progress.filesDone;
     m_bytesOfFinished += file.size;

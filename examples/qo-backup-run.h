@@ -49,8 +49,11 @@ struct Totals {
 /// One backup run. Not thread-safe.
 class CBackupRun {
 public:
-  /// The run copies through fs (a hub serving the URIs' scheme).
-  CBackupRun(Options const& options, qo::P<qo::IFileSystem> const& fs, CConsole& console);
+  /// The run works through fs (a hub serving the URIs' scheme); the stores
+  /// go round-robin to storeFs (hubs like fs, each with its own worker;
+  /// empty: fs alone).
+  CBackupRun(Options const& options, qo::P<qo::IFileSystem> const& fs,
+             std::vector<qo::P<qo::IFileSystem>> const& storeFs, CConsole& console);
   ~CBackupRun();
   CBackupRun(CBackupRun const&) = delete;
   CBackupRun& operator=(CBackupRun const&) = delete;
@@ -93,6 +96,7 @@ private:
 
   Options m_options;
   qo::P<qo::IFileSystem> m_fs;
+  std::vector<qo::P<qo::IFileSystem>> m_storeFs;
   CConsole& m_console;
   std::vector<qo::String> m_folders;
   std::vector<File> m_files;

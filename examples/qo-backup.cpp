@@ -46,6 +46,7 @@ char const kUsage[] =
     "      --log PATH          the session log (default: qo-backup-log.xml\n"
     "                          beside TARGET_FOLDER); crash reports go to its folder\n"
     "      --max-log-size N    keep the log below N bytes (at least 10240)\n"
+    "      --workers N         store N files at once (1 to 16, default 4)\n"
     "      --show-log PATH     print the session log PATH and exit\n"
     "  -h, --help              show this help and exit\n"
     "\n"
@@ -82,6 +83,7 @@ struct Arguments {
   String logPath;
   String showLogPath;
   long long maxLogSize = -1;
+  int workers = 4;
   bool dryRun = false;
   bool verbose = false;
   bool full = false;
@@ -136,6 +138,12 @@ int parseArguments(std::vector<String> const& args, Arguments& out) {
       out.full = false;
     } else if (name == "-h" || name == "--help") {
       out.help = true;
+    } else if (name == "--workers") {
+      long long workers = 0;
+      if (!takeValue() || !parseSize(value, workers) || workers < 1 || workers > 16) {
+        return usageError("--workers must be a number from 1 to 16");
+      }
+      out.workers = static_cast<int>(workers);
     } else if (name == "--log" || name == "--show-log" || name == "--max-log-size") {
       if (!takeValue() || value.isEmpty()) return usageError(name + " needs a value");
       if (name == "--log") {
@@ -149,7 +157,7 @@ int parseArguments(std::vector<String> const& args, Arguments& out) {
     } else {
       return usageError("unknown option " + name);
     }
-    if (hasValue && name != "--log" && name != "--show-log" && name != "--max-log-size") {
+    if (hasValue && name != "--log" && name != "--show-log" && name != "--max-log-size" && name != "--workers") {
       return usageError(name + " takes no value");
     }
   }
@@ -251,7 +259,16 @@ int runBackup(Arguments const& args) {
   options.dryRun = args.dryRun;
   options.verbose = args.verbose;
   options.incremental = !args.full;
-  qobackup::CBackupRun run(options, hub, console);
+  // Each local file system stores on its own "qo.bgOp" worker, one job
+  // after another; with several, one file's flush to the medium overlaps the
+  // next file's copying.
+  std::vector<P<qo::IFileSystem>> storeHubs;
+  for (int i = 0; i < args.workers; ++i) {
+    P<qo::CFileSystemHub> storeHub = qo::newP<qo::CFileSystemHub>();
+    storeHub->registerFileSystem(u"file", P<qo::CLocalFileSystem>(new qo::CLocalFileSystem()).get());
+    storeHubs.push_back(storeHub);
+  }
+  qobackup::CBackupRun run(options, hub, storeHubs, console);
   try {
     run.run();
   } catch (std::exception const& e) {
