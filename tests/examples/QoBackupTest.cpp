@@ -280,12 +280,15 @@ TEST_F(QoBackup, BacksUpATreeThenSkipsItThenSurvivesAnUnreadableFile) {
   EXPECT_EQ(0, second.copied) << m_output;
   EXPECT_EQ(tree.files, second.unchanged) << m_output;
 
-  // One file changes (same size, later time); another cannot be read.
+  // One file changes (same size, later time); another changes too but
+  // cannot be read (an unchanged one would not even be opened).
   std::string const changed = "dir3/sub2/file7.dat";
   std::string const unreadable = "dir5/sub1/file4.dat";
   std::string const changedData = pseudoRandom(readAll(source / changed).size(), 999);
   writeFile(source / changed, changedData);
-  fs::last_write_time(source / changed, fs::last_write_time(source / changed) + std::chrono::seconds(10));
+  for (std::string const& name : {changed, unreadable}) {
+    fs::last_write_time(source / name, fs::last_write_time(source / name) + std::chrono::seconds(10));
+  }
   std::string const keptData = readAll(target / unreadable);
 #ifdef _WIN32
   // Held without sharing: the program's open fails with a sharing violation.
