@@ -210,6 +210,18 @@ bool CBackupRun::isUnchanged(File const& file, CURI const& target) {
   return info->isFile() && info->getSize() == file.size && info->getLastWriteTime() == file.modified;
 }
 
+bool CBackupRun::isListed(String const& relative) {
+  std::size_t const slash = relative.str().rfind(u'/');
+  String const parent = slash == std::u16string::npos ? String() : String(relative.str().substr(0, slash));
+  String const name = slash == std::u16string::npos ? relative : String(relative.str().substr(slash + 1));
+  P<qo::IFolderContentsIterator> it = m_fs->getFolderContents(sourceOf(parent));
+  P<IFileInfoBase> entry;
+  while (it->getNext(entry)) {
+    if (entry->getName() == name) return true;
+  }
+  return false;
+}
+
 void CBackupRun::copyFiles() {
   for (File const& file : m_files) {
     showProgress();
@@ -259,7 +271,10 @@ void CBackupRun::startCopy(File const& file) {
     m_bytesOfFinished += file.size;
     bool vanished = false;
     try {
-      vanished = problemOf(e) == CFileSystemError::kNotFound && !m_fs->pathExists(source);
+      // A name the folder still lists was not deleted: it cannot be reached
+      // by its name (a POSIX name that is not UTF-8 does not survive the
+      // way through String), and that is a failure.
+      vanished = problemOf(e) == CFileSystemError::kNotFound && !m_fs->pathExists(source) && !isListed(file.relative);
     } catch (std::exception const&) {
     }
     if (vanished) {

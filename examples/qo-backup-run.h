@@ -87,6 +87,7 @@ private:
   void startCopy(File const& file);
   void finishOldest();
   bool isUnchanged(File const& file, qo::CURI const& target);
+  bool isListed(qo::String const& relative);
   void showProgress(bool force = false);
   void reportFailure(qo::String const& relative, std::exception const& e, qo::String const& what);
   void reportWarning(qo::String const& relative, qo::String const& what);
