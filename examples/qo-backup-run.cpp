@@ -21,6 +21,9 @@ constexpr std::size_t kInFlightPerWorker = 4;
 // How long the main thread waits for a store before it redraws the progress.
 constexpr int kWaitSliceMs = 100;
 
+char16_t const kTemporaryPrefix[] = u"~qo-backup-";
+char16_t const kTemporarySuffix[] = u".tmp";
+
 std::string utf8(String const& text) { return text.toUTF8Lossy(); }
 
 int problemOf(std::exception const& e) {
@@ -186,8 +189,29 @@ void CBackupRun::scanFolder(CURI const& folder, String const& relative) {
 
 // --- copy --------------------------------------------------------------------
 
+bool CBackupRun::isTemporaryName(String const& name) {
+  return name.StartsWith(kTemporaryPrefix) && name.EndsWith(kTemporarySuffix);
+}
+
+void CBackupRun::removeTemporaryFiles(String const& relative) {
+  // What a run that crashed or was killed left behind.
+  try {
+    P<qo::IFolderContentsIterator> it = m_fs->getFolderContents(targetOf(relative));
+    P<IFileInfoBase> entry;
+    std::vector<CURI> stale;
+    while (it->getNext(entry)) {
+      if (entry->isFile() && isTemporaryName(entry->getName())) stale.push_back(targetOf(relative) << entry->getName());
+    }
+    for (CURI const& uri : stale) m_fs->deleteFile(uri, true);
+  } catch (std::exception const& e) {
+    reportWarning(relative.isEmpty() ? String(u".") : relative,
+                  String(u"Cannot remove temporary files of an earlier run: ") + String::fromUTF8(describe(e)));
+  }
+}
+
 void CBackupRun::createFolders() {
   if (m_options.dryRun) return;
+  removeTemporaryFiles(String());
   // Parents come before their children: the scan records a folder before it
   // descends into it.
   for (String const& relative : m_folders) {
@@ -197,7 +221,10 @@ void CBackupRun::createFolders() {
       ++m_totals.foldersCreated;
       verboseLine("folder", relative);
     } catch (std::exception const& e) {
-      if (problemOf(e) == CFileSystemError::kAlreadyExists && m_fs->folderExists(target)) continue;
+      if (problemOf(e) == CFileSystemError::kAlreadyExists && m_fs->folderExists(target)) {
+        removeTemporaryFiles(relative);
+        continue;
+      }
       ++m_totals.foldersFailed;
       reportFailure(relative, e, u"Cannot create the target folder");
     }
@@ -259,7 +286,8 @@ void CBackupRun::startCopy(File const& file) {
   pending.target = targetOf(file.relative);
   // In the target's own folder, so that the final rename never crosses a
   // volume; the counter keeps the stores in flight apart.
-  pending.temporary = pending.target.getParent() << (String(u"~qo-backup-") + qo::toString(++m_temporaryCounter) + u".tmp");
+  pending.temporary =
+      pending.target.getParent() << (kTemporaryPrefix + qo::toString(++m_temporaryCounter) + kTemporarySuffix);
   try {
     P<qo::IIOStream> in = m_fs->createStream(source, qo::IIOStream::AccessReadOnly,
                                              qo::TFlags<qo::IIOStream::Flags>{qo::IIOStream::FlagSequential});

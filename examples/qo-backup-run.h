@@ -83,6 +83,8 @@ private:
 
   void scanFolder(qo::CURI const& folder, qo::String const& relative);
   void createFolders();
+  void removeTemporaryFiles(qo::String const& relative);
+  static bool isTemporaryName(qo::String const& name);
   void copyFiles();
   void startCopy(File const& file);
   void finishOldest();

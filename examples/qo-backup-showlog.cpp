@@ -228,7 +228,15 @@ std::string formatEntry(Node const& entry) {
   if (context) text += " [" + trimmed(context->text) + "]";
   for (auto const& child : entry.children) {
     if (child->name == u"summary" || child->name == u"context") continue;
-    text += "\n" + std::string(26, ' ') + (child->name == u"error" ? describeError(*child) : utf8(child->name));
+    std::string detail = utf8(child->name);
+    if (child->name == u"error") {
+      detail = describeError(*child);
+    } else if (child->name == u"crash") {
+      detail = "crash: " + utf8(child->attribute(u"type"));
+      if (Node const* module = child->child(u"moduleName")) detail += " in " + trimmed(module->text);
+      if (Node const* address = child->child(u"codeAddress")) detail += " at " + trimmed(address->text);
+    }
+    text += "\n" + std::string(26, ' ') + detail;
   }
   return text;
 }

@@ -302,10 +302,13 @@ TEST_F(QoBackup, BacksUpATreeThenSkipsItThenSurvivesAnUnreadableFile) {
   EXPECT_EQ(0, first.failed) << m_output;
   expectSameTree(source, target);  // also: no temporary file is left
 
+  // What a killed run leaves behind goes; nothing else changes.
+  writeFile(target / "dir1" / "sub1" / "~qo-backup-77.tmp", "partial");
   ASSERT_EQ(0, run(args)) << m_output;
   Summary second = parseSummary(m_output);
   EXPECT_EQ(0, second.copied) << m_output;
   EXPECT_EQ(tree.files, second.unchanged) << m_output;
+  EXPECT_FALSE(fs::exists(target / "dir1" / "sub1" / "~qo-backup-77.tmp"));
 
   // One file changes (same size, later time); another changes too but
   // cannot be read (an unchanged one would not even be opened).
