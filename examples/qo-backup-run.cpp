@@ -1,0 +1,376 @@
+// examples/qo-backup-run.cpp - scanning and copying for qo-backup.
+#include "qo-backup-run.h"
+
+#include <atomic>
+
+namespace qobackup {
+
+using qo::CError;
+using qo::CFileSystemError;
+using qo::CTime;
+using qo::CURI;
+using qo::IFileInfoBase;
+using qo::P;
+using qo::String;
+
+namespace {
+
+// Stores queued per worker: enough that opening the next source and renaming
+// the last target overlap the workers' copying.
+constexpr std::size_t kInFlightPerWorker = 4;
+// How long the main thread waits for a store before it redraws the progress.
+constexpr int kWaitSliceMs = 100;
+
+char16_t const kTemporaryPrefix[] = u"~qo-backup-";
+char16_t const kTemporarySuffix[] = u".tmp";
+
+std::string utf8(String const& text) { return text.toUTF8Lossy(); }
+
+int problemOf(std::exception const& e) {
+  auto const* error = dynamic_cast<CError const*>(&e);
+  return error ? CFileSystemError::getProblem(error->getParams()) : CFileSystemError::kUnknown;
+}
+
+}  // namespace
+
+std::string describe(std::exception const& e) {
+  auto const* error = dynamic_cast<CError const*>(&e);
+  if (!error) return e.what();
+  std::string text = utf8(error->getDesc());
+  for (qo::PC<CError> cause = error->getCause(); cause; cause = cause->getCause()) {
+    text += " <- " + utf8(cause->getDesc());
+  }
+  return text;
+}
+
+// The source as the store job reads it, counting the bytes as they pass, so
+// that the main thread can show the progress inside a large file. The worker
+// reads, the main thread only looks at the count.
+class CBackupRun::CCountingInStream : public qo::CBase, public virtual qo::IInStream {
+public:
+  explicit CCountingInStream(P<qo::IIOStream> const& inner) : m_inner(inner) {}
+
+  long long getCount() const { return m_count.load(std::memory_order_relaxed); }
+
+  long long getLength() const override { return m_inner->getLength(); }
+  long long getPosition() const override { return m_inner->getPosition(); }
+  CURI getURI() override { return m_inner->getURI(); }
+  void seek(long long position) override { m_inner->seek(position); }
+  P<qo::IStreamLock> lockRange(long long start, long long length, LockType type) override {
+    return m_inner->lockRange(start, length, type);
+  }
+  void close() override { m_inner->close(); }
+  void read(void* buffer, int size) override {
+    m_inner->read(buffer, size);
+    m_count.fetch_add(size, std::memory_order_relaxed);
+  }
+  int readLax(void* buffer, int size) override { return counted(m_inner->readLax(buffer, size)); }
+  int readAvailable(void* buffer, int size) override { return counted(m_inner->readAvailable(buffer, size)); }
+  bool waitReadable(int timeoutMs) const override { return m_inner->waitReadable(timeoutMs); }
+  bool isEndOfStream() const override { return m_inner->isEndOfStream(); }
+  int isEndOfStream_NonBlocking() const override { return m_inner->isEndOfStream_NonBlocking(); }
+
+private:
+  int counted(int got) {
+    m_count.fetch_add(got, std::memory_order_relaxed);
+    return got;
+  }
+
+  P<qo::IIOStream> m_inner;
+  std::atomic<long long> m_count{0};
+};
+
+CBackupRun::CBackupRun(Options const& options, P<qo::IFileSystem> const& fs,
+                       std::vector<P<qo::IFileSystem>> const& storeFs, CConsole& console)
+    : m_options(options), m_fs(fs), m_storeFs(storeFs), m_console(console) {
+  if (m_storeFs.empty()) m_storeFs.push_back(m_fs);
+}
+
+CBackupRun::~CBackupRun() {
+  // Only reached with stores in flight when run() threw: let them end before
+  // their temporary files are removed.
+  for (Pending& pending : m_pending) {
+    try {
+      (void)pending.op->waitFinished(-1);
+      m_fs->deleteFile(pending.temporary, true);
+    } catch (std::exception const&) {
+      // The run is failing already; a leftover temporary file is harmless.
+    }
+  }
+}
+
+CURI CBackupRun::sourceOf(String const& relative) const {
+  return relative.isEmpty() ? m_options.source : m_options.source << CURI(CURI::escape(relative, false, u"/"));
+}
+
+CURI CBackupRun::targetOf(String const& relative) const {
+  return relative.isEmpty() ? m_options.target : m_options.target << CURI(CURI::escape(relative, false, u"/"));
+}
+
+void CBackupRun::run() {
+  qo::logInfo(String(u"Scanning ") + m_options.source.toString(true));
+  scanFolder(m_options.source, String());
+  m_progress.filesTotal = static_cast<long long>(m_files.size());
+  m_progress.bytesTotal = m_totals.bytesSeen;
+  m_totals.filesSeen = m_progress.filesTotal;
+  qo::logInfo(String(u"Found ") + qo::toString(m_progress.filesTotal) + u" files (" + qo::toString(m_totals.bytesSeen) +
+              u" bytes) in " + qo::toString(static_cast<long long>(m_folders.size())) + u" folders.");
+  m_console.start();
+  createFolders();
+  copyFiles();
+  showProgress(true);
+}
+
+// --- scan --------------------------------------------------------------------
+
+void CBackupRun::scanFolder(CURI const& folder, String const& relative) {
+  P<qo::IFolderContentsIterator> it;
+  try {
+    it = m_fs->getFolderContents(folder);
+  } catch (std::exception const& e) {
+    if (relative.isEmpty()) throw;  // the source itself: nothing to back up
+    ++m_totals.foldersFailed;
+    reportFailure(relative, e, u"Cannot list the folder");
+    return;
+  }
+  std::vector<String> subfolders;
+  try {
+    P<IFileInfoBase> entry;
+    while (it->getNext(entry)) {
+      String const name = entry->getName();
+      String const childRelative = relative.isEmpty() ? name : relative + u"/" + name;
+      IFileInfoBase::Kind kind = entry->getKind();
+      P<IFileInfoBase> info = entry;
+      if (entry->isLink()) {
+        // Links are backed up as what they lead to; a link to a folder is
+        // not followed (it could lead back up the tree), and a dangling one
+        // is kept as a file so that its failure is reported.
+        try {
+          info = m_fs->getFileInfo(sourceOf(childRelative), true);
+          kind = info->getKind();
+        } catch (std::exception const&) {
+          kind = IFileInfoBase::KindNone;
+        }
+        if (kind == IFileInfoBase::KindFolder) {
+          ++m_totals.entriesSkipped;
+          reportWarning(childRelative, u"Link to a folder, not followed");
+          continue;
+        }
+        if (kind != IFileInfoBase::KindFile) {
+          m_files.push_back(File{childRelative, 0, CTime::invalid()});
+          continue;
+        }
+      }
+      switch (kind) {
+      case IFileInfoBase::KindFolder:
+        subfolders.push_back(childRelative);
+        break;
+      case IFileInfoBase::KindFile:
+        m_files.push_back(File{childRelative, info->getSize(), info->getLastWriteTime()});
+        m_totals.bytesSeen += std::max(0LL, info->getSize());
+        break;
+      case IFileInfoBase::KindNone:
+        break;  // gone between listing and looking
+      default:
+        ++m_totals.entriesSkipped;
+        reportWarning(childRelative, u"Not a regular file or folder, skipped");
+        break;
+      }
+    }
+  } catch (std::exception const& e) {
+    ++m_totals.foldersFailed;
+    reportFailure(relative, e, u"Cannot list the folder completely");
+  }
+  for (String const& subfolder : subfolders) {
+    m_folders.push_back(subfolder);
+    scanFolder(sourceOf(subfolder), subfolder);
+  }
+}
+
+// --- copy --------------------------------------------------------------------
+
+bool CBackupRun::isTemporaryName(String const& name) {
+  return name.StartsWith(kTemporaryPrefix) && name.EndsWith(kTemporarySuffix);
+}
+
+void CBackupRun::removeTemporaryFiles(String const& relative) {
+  // What a run that crashed or was killed left behind.
+  try {
+    P<qo::IFolderContentsIterator> it = m_fs->getFolderContents(targetOf(relative));
+    P<IFileInfoBase> entry;
+    std::vector<CURI> stale;
+    while (it->getNext(entry)) {
+      if (entry->isFile() && isTemporaryName(entry->getName())) stale.push_back(targetOf(relative) << entry->getName());
+    }
+    for (CURI const& uri : stale) m_fs->deleteFile(uri, true);
+  } catch (std::exception const& e) {
+    reportWarning(relative.isEmpty() ? String(u".") : relative,
+                  String(u"Cannot remove temporary files of an earlier run: ") + String::fromUTF8(describe(e)));
+  }
+}
+
+void CBackupRun::createFolders() {
+  if (m_options.dryRun) return;
+  removeTemporaryFiles(String());
+  // Parents come before their children: the scan records a folder before it
+  // descends into it.
+  for (String const& relative : m_folders) {
+    CURI const target = targetOf(relative);
+    try {
+      m_fs->createFolder(target, 0);
+      ++m_totals.foldersCreated;
+      verboseLine("folder", relative);
+    } catch (std::exception const& e) {
+      if (problemOf(e) == CFileSystemError::kAlreadyExists && m_fs->folderExists(target)) {
+        removeTemporaryFiles(relative);
+        continue;
+      }
+      ++m_totals.foldersFailed;
+      reportFailure(relative, e, u"Cannot create the target folder");
+    }
+  }
+}
+
+bool CBackupRun::isUnchanged(File const& file, CURI const& target) {
+  if (!m_options.incremental || !file.modified.isValid()) return false;
+  P<IFileInfoBase> info = m_fs->getFileInfo(target, false);
+  return info->isFile() && info->getSize() == file.size && info->getLastWriteTime() == file.modified;
+}
+
+bool CBackupRun::isListed(String const& relative) {
+  std::size_t const slash = relative.str().rfind(u'/');
+  String const parent = slash == std::u16string::npos ? String() : String(relative.str().substr(0, slash));
+  String const name = slash == std::u16string::npos ? relative : String(relative.str().substr(slash + 1));
+  P<qo::IFolderContentsIterator> it = m_fs->getFolderContents(sourceOf(parent));
+  P<IFileInfoBase> entry;
+  while (it->getNext(entry)) {
+    if (entry->getName() == name) return true;
+  }
+  return false;
+}
+
+void CBackupRun::copyFiles() {
+  for (File const& file : m_files) {
+    showProgress();
+    CURI const target = targetOf(file.relative);
+    bool unchanged = false;
+    try {
+      unchanged = isUnchanged(file, target);
+    } catch (std::exception const&) {
+      // Cannot look at the target: copying will tell what is wrong.
+    }
+    if (unchanged) {
+      ++m_totals.filesUnchanged;
+      ++m_progress.filesDone;
+      m_bytesOfFinished += file.size;
+      verboseLine("unchanged", file.relative);
+      continue;
+    }
+    if (m_options.dryRun) {
+      ++m_totals.filesCopied;
+      ++m_progress.filesDone;
+      m_bytesOfFinished += file.size;
+      verboseLine("would copy", file.relative);
+      continue;
+    }
+    while (m_pending.size() >= kInFlightPerWorker * m_storeFs.size()) finishOldest();
+    startCopy(file);
+  }
+  while (!m_pending.empty()) finishOldest();
+}
+
+void CBackupRun::startCopy(File const& file) {
+  CURI const source = sourceOf(file.relative);
+  Pending pending;
+  pending.file = &file;
+  pending.target = targetOf(file.relative);
+  // In the target's own folder, so that the final rename never crosses a
+  // volume; the counter keeps the stores in flight apart.
+  pending.temporary =
+      pending.target.getParent() << (kTemporaryPrefix + qo::toString(++m_temporaryCounter) + kTemporarySuffix);
+  try {
+    P<qo::IIOStream> in = m_fs->createStream(source, qo::IIOStream::AccessReadOnly,
+                                             qo::TFlags<qo::IIOStream::Flags>{qo::IIOStream::FlagSequential});
+    pending.source = P<CCountingInStream>(new CCountingInStream(in));
+    P<qo::IFileSystem> const& storeFs = m_storeFs[static_cast<std::size_t>(m_temporaryCounter) % m_storeFs.size()];
+    pending.op = storeFs->backgroundStore(pending.temporary, -1, pending.source.get(), true, nullptr);
+  } catch (std::exception const& e) {
+    ++m_progress.filesDone;
+    m_bytesOfFinished += file.size;
+    bool vanished = false;
+    try {
+      // A name the folder still lists was not deleted: it cannot be reached
+      // by its name (a POSIX name that is not UTF-8 does not survive the
+      // way through String), and that is a failure.
+      vanished = problemOf(e) == CFileSystemError::kNotFound && !m_fs->pathExists(source) && !isListed(file.relative);
+    } catch (std::exception const&) {
+    }
+    if (vanished) {
+      ++m_totals.filesVanished;
+      reportWarning(file.relative, u"Vanished since the scan, skipped");
+    } else {
+      ++m_totals.filesFailed;
+      reportFailure(file.relative, e, u"Cannot read the file");
+    }
+    return;
+  }
+  m_pending.push_back(std::move(pending));
+}
+
+void CBackupRun::finishOldest() {
+  Pending& pending = m_pending.front();
+  while (!pending.op->waitFinished(kWaitSliceMs)) showProgress();
+  long long const copied = pending.source->getCount();
+  pending.source->close();
+  try {
+    pending.op->throwErrorIfFailed();
+    if (pending.file->modified.isValid()) {
+      P<qo::IFileMetaModifier> modifier = m_fs->createMetaModifier(pending.temporary, false);
+      modifier->setLastWriteTime(pending.file->modified);
+      modifier->commit();
+    }
+    m_fs->moveFileOrFolder(pending.temporary, pending.target, true);
+    ++m_totals.filesCopied;
+    m_totals.bytesCopied += copied;
+    verboseLine("copied", pending.file->relative);
+  } catch (std::exception const& e) {
+    try {
+      m_fs->deleteFile(pending.temporary, true);
+    } catch (std::exception const& deleteError) {
+      reportFailure(pending.file->relative, deleteError, u"Cannot remove the temporary file");
+    }
+    ++m_totals.filesFailed;
+    m_totals.bytesCopied += copied;  // read and written all the same
+    reportFailure(pending.file->relative, e, u"Cannot copy the file");
+  }
+  ++m_progress.filesDone;
+  m_bytesOfFinished += pending.file->size;
+  m_pending.pop_front();
+}
+
+// --- reporting ---------------------------------------------------------------
+
+void CBackupRun::showProgress(bool force) {
+  long long inFlight = 0;
+  for (Pending const& pending : m_pending) inFlight += pending.source->getCount();
+  m_progress.bytesDone = m_bytesOfFinished + inFlight;
+  m_progress.bytesCopied = m_totals.bytesCopied + inFlight;
+  m_console.show(m_progress, force);
+}
+
+void CBackupRun::reportFailure(String const& relative, std::exception const& e, String const& what) {
+  String const path = relative.isEmpty() ? String(u".") : relative;
+  m_console.line("error: " + utf8(path) + ": " + utf8(what) + ": " + describe(e), true);
+  qo::logError(e, what + u": " + path, sourceOf(relative).toString(true) + u" -> " + targetOf(relative).toString(true));
+}
+
+void CBackupRun::reportWarning(String const& relative, String const& what) {
+  m_console.line("warning: " + utf8(relative) + ": " + utf8(what), true);
+  qo::logWarning(what + u": " + relative);
+}
+
+void CBackupRun::verboseLine(char const* action, String const& relative) {
+  if (m_options.verbose) m_console.line(std::string(action) + ": " + utf8(relative));
+}
+
+}  // namespace qobackup

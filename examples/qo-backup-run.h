@@ -1,0 +1,118 @@
+// examples/qo-backup-run.h - one backup of a folder tree into another.
+//
+// The run scans the source first (so the progress has totals), then creates
+// the target folders and copies the files through a CFileSystemHub, several
+// stores queued on the file system's "qo.bgOp" worker at a time:
+//   - a file whose target has the same size and modification time is left
+//     alone (incremental mode, the default);
+//   - every other file is stored under a temporary name in its target folder,
+//     gets the source's modification time, and only then replaces the old
+//     target file, so a failed copy never costs what the target had;
+//   - a failure is reported (console and session log) and the run goes on
+//     with the next file; a source file that vanished since the scan is only
+//     a warning.
+#ifndef QO_EXAMPLES_QO_BACKUP_RUN_H
+#define QO_EXAMPLES_QO_BACKUP_RUN_H
+
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "qo-backup-console.h"
+#include "qo/qo.h"
+
+namespace qobackup {
+
+/// What the command line asked for.
+struct Options {
+  qo::CURI source;  ///< Folder URI.
+  qo::CURI target;  ///< Folder URI.
+  bool dryRun = false;
+  bool verbose = false;
+  bool incremental = true;
+};
+
+/// Counts of one run, for the summary.
+struct Totals {
+  long long filesSeen = 0;
+  long long filesCopied = 0;
+  long long filesUnchanged = 0;
+  long long filesFailed = 0;
+  long long filesVanished = 0;
+  long long foldersCreated = 0;
+  long long foldersFailed = 0;
+  long long entriesSkipped = 0;  ///< Links to folders, devices, pipes ...
+  long long bytesSeen = 0;
+  long long bytesCopied = 0;
+};
+
+/// One backup run. Not thread-safe.
+class CBackupRun {
+public:
+  /// The run works through fs (a hub serving the URIs' scheme); the stores
+  /// go round-robin to storeFs (hubs like fs, each with its own worker;
+  /// empty: fs alone).
+  CBackupRun(Options const& options, qo::P<qo::IFileSystem> const& fs,
+             std::vector<qo::P<qo::IFileSystem>> const& storeFs, CConsole& console);
+  ~CBackupRun();
+  CBackupRun(CBackupRun const&) = delete;
+  CBackupRun& operator=(CBackupRun const&) = delete;
+
+  /// Scans and copies; failures of single files are counted, not thrown.
+  /// Throws CError only when the source folder itself cannot be read.
+  void run();
+
+  Totals const& getTotals() const { return m_totals; }
+  /// True when anything failed.
+  bool hasFailures() const { return m_totals.filesFailed > 0 || m_totals.foldersFailed > 0; }
+
+private:
+  class CCountingInStream;
+  struct File {
+    qo::String relative;  ///< "/"-separated, below the source folder.
+    long long size = 0;
+    qo::CTime modified;
+  };
+  struct Pending {
+    File const* file = nullptr;
+    qo::CURI target;
+    qo::CURI temporary;
+    qo::P<qo::IBackgroundOp> op;
+    qo::P<CCountingInStream> source;
+  };
+
+  void scanFolder(qo::CURI const& folder, qo::String const& relative);
+  void createFolders();
+  void removeTemporaryFiles(qo::String const& relative);
+  static bool isTemporaryName(qo::String const& name);
+  void copyFiles();
+  void startCopy(File const& file);
+  void finishOldest();
+  bool isUnchanged(File const& file, qo::CURI const& target);
+  bool isListed(qo::String const& relative);
+  void showProgress(bool force = false);
+  void reportFailure(qo::String const& relative, std::exception const& e, qo::String const& what);
+  void reportWarning(qo::String const& relative, qo::String const& what);
+  void verboseLine(char const* action, qo::String const& relative);
+  qo::CURI sourceOf(qo::String const& relative) const;
+  qo::CURI targetOf(qo::String const& relative) const;
+
+  Options m_options;
+  qo::P<qo::IFileSystem> m_fs;
+  std::vector<qo::P<qo::IFileSystem>> m_storeFs;
+  CConsole& m_console;
+  std::vector<qo::String> m_folders;
+  std::vector<File> m_files;
+  std::deque<Pending> m_pending;
+  Totals m_totals;
+  Progress m_progress;
+  long long m_bytesOfFinished = 0;  ///< Bytes of files done before the ones in flight.
+  long long m_temporaryCounter = 0;
+};
+
+/// An error's description followed by those of its causes.
+std::string describe(std::exception const& e);
+
+}  // namespace qobackup
+
+#endif  // QO_EXAMPLES_QO_BACKUP_RUN_H
