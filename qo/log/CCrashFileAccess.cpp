@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "qo/log/CCrashTools.h"
+
 namespace qo {
 
 CCrashFileAccess::CCrashFileAccess() noexcept = default;
@@ -243,18 +245,9 @@ void CCrashFileAccess::writeEscaped(wchar_t const* text) noexcept {
 }
 
 void CCrashFileAccess::writeInt64String(long long value) noexcept {
-  char digits[24];
-  int n = 0;
-  // Through the unsigned value, so the most negative number needs no
-  // special case.
-  unsigned long long magnitude =
-      value < 0 ? 0ull - static_cast<unsigned long long>(value) : static_cast<unsigned long long>(value);
-  do {
-    digits[n++] = static_cast<char>('0' + magnitude % 10);
-    magnitude /= 10;
-  } while (magnitude != 0);
-  if (value < 0) writeChar('-');
-  while (n > 0) writeChar(digits[--n]);
+  char text[CCrashTools::kDecimalCapacity];
+  int const length = CCrashTools::formatDecimal(text, value);
+  for (int i = 0; i < length; ++i) writeChar(text[i]);
 }
 
 void CCrashFileAccess::writeAddressString(unsigned long long address) noexcept {

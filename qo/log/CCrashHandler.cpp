@@ -62,20 +62,8 @@ int CCrashHandler::buildBaseName(wchar_t* target, int capacity, long long time) 
   int length = CCrashTools::fsStringCopy(target, capacity, m_folder);
   length = CCrashTools::fsStringAppend(target, capacity, length, "crash-");
   if (length < 0) return -1;
-  char digits[24];
-  int n = 0;
-  unsigned long long magnitude =
-      time < 0 ? 0ull - static_cast<unsigned long long>(time) : static_cast<unsigned long long>(time);
-  do {
-    digits[n++] = static_cast<char>('0' + magnitude % 10);
-    magnitude /= 10;
-  } while (magnitude != 0);
-  while (n < 10) digits[n++] = '0';
-  char text[26];
-  int t = 0;
-  if (time < 0) text[t++] = '-';
-  while (n > 0) text[t++] = digits[--n];
-  text[t] = 0;
+  char text[CCrashTools::kDecimalCapacity];
+  CCrashTools::formatDecimal(text, time, 10);
   return CCrashTools::fsStringAppend(target, capacity, length, text);
 }
 
@@ -105,14 +93,8 @@ void CCrashHandler::handleCrash(CCrashInfo& info, CCrashTools& tools) {
   wchar_t* const path = tools.getPathBuffer();
   int base = buildBaseName(path, CCrashTools::kPathCapacity, info.getTime());
   if (base >= 0 && m_reportsInLastTime > 1) {
-    char number[16];
-    int n = 0;
-    number[n++] = '-';
-    char digits[12];
-    int d = 0;
-    for (int value = m_reportsInLastTime; value != 0; value /= 10) digits[d++] = static_cast<char>('0' + value % 10);
-    while (d > 0) number[n++] = digits[--d];
-    number[n] = 0;
+    char number[CCrashTools::kDecimalCapacity + 1] = "-";
+    CCrashTools::formatDecimal(number + 1, m_reportsInLastTime);
     base = CCrashTools::fsStringAppend(path, CCrashTools::kPathCapacity, base, number);
   }
   if (base >= 0) {

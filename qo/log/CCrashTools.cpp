@@ -77,6 +77,26 @@ int CCrashTools::fsStringAppend(wchar_t* target, int capacity, int length, char 
   return length + add;
 }
 
+int CCrashTools::formatDecimal(char* target, long long value, int minDigits) noexcept {
+  char digits[24];
+  int n = 0;
+  // Through the unsigned value, so the most negative number needs no
+  // special case.
+  unsigned long long magnitude =
+      value < 0 ? 0ull - static_cast<unsigned long long>(value) : static_cast<unsigned long long>(value);
+  do {
+    digits[n++] = static_cast<char>('0' + magnitude % 10);
+    magnitude /= 10;
+  } while (magnitude != 0);
+  if (minDigits > 20) minDigits = 20;
+  while (n < minDigits) digits[n++] = '0';
+  int length = 0;
+  if (value < 0) target[length++] = '-';
+  while (n > 0) target[length++] = digits[--n];
+  target[length] = 0;
+  return length;
+}
+
 void CCrashTools::sleep(int millis) noexcept { platform::crashSleep(millis); }
 
 }  // namespace qo

@@ -57,6 +57,11 @@ public:
   /// Narrow text (ASCII) appended as wide characters at target + length;
   /// returns the new length or -1 when it does not fit.
   static int fsStringAppend(wchar_t* target, int capacity, int length, char const* source) noexcept;
+  /// Writes value in decimal into target (at least kDecimalCapacity
+  /// characters), padded on the left with "0" to minDigits digits and
+  /// preceded by "-" when negative, NUL-terminated. Returns the length.
+  static constexpr int kDecimalCapacity = 26;
+  static int formatDecimal(char* target, long long value, int minDigits = 1) noexcept;
   /// Sleeps about millis milliseconds.
   static void sleep(int millis) noexcept;
 
