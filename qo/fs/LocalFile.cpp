@@ -8,6 +8,7 @@
 #include "qo/fs/CWindowsPathTraits.h"
 #include "qo/fs/TPathImpl.h"
 #include "qo/platform/File.h"
+#include "qo/platform/FileSystem.h"
 #include "qo/platform/Yield.h"
 #include "qo/stream/IIOStream.h"
 #include "qo/stream/StreamError.h"
@@ -101,7 +102,7 @@ bool deleteLocalFile(String const& path, int attempts) {
 void replaceLocalFile(String const& from, String const& to) {
   String const apiFrom = localFileAPIPath(from);
   String const apiTo = localFileAPIPath(to);
-  SysError const e = platform::fileReplace(apiFrom.data(), apiFrom.length(), apiTo.data(), apiTo.length());
+  SysError const e = platform::fsRename(apiFrom.str(), apiTo.str(), true);
   if (e) {
     throw detail::makeLocalFileError(CIOError::kMoveFailed, "replaceLocalFile", "MoveFileExW", e, localFileURI(to),
                                      CProps().add(u"from", from));

@@ -38,7 +38,8 @@ struct SysError;
 QO_API bool deleteLocalFile(String const& path, int attempts = 1);
 /// Renames the file from to the path to, replacing a file there in one
 /// step: a reader of to finds the old file or the new one, never a mix and
-/// never none (on Windows, MoveFileExW with MOVEFILE_REPLACE_EXISTING).
+/// never none (the file-system service's rename with overwrite: rename(),
+/// or MoveFileExW with MOVEFILE_REPLACE_EXISTING).
 /// Throws CIOError kind 8 with "uri" (of to) and "from". Thread-safe.
 QO_API void replaceLocalFile(String const& from, String const& to);
 /// True when path names an existing regular file (not a folder); false too

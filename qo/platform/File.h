@@ -110,9 +110,6 @@ SysError fileLock(FileHandle handle, long long start, long long length, bool exc
 SysError fileUnlock(FileHandle handle, long long start, long long length);
 /// Deletes the file at the UTF-16 path of length units.
 SysError fileDelete(char16_t const* path, std::size_t length);
-/// Renames the file at from to to, replacing a file there in one step (a
-/// reader finds either the old file or the new one at to, never neither).
-SysError fileReplace(char16_t const* from, std::size_t fromLength, char16_t const* to, std::size_t toLength);
 /// Whether the path of length units names an existing regular file;
 /// failures to ask count as false.
 bool fileIsRegular(char16_t const* path, std::size_t length);

@@ -258,15 +258,6 @@ SysError fileDelete(char16_t const* path, std::size_t length) {
   return SysError{};
 }
 
-SysError fileReplace(char16_t const* from, std::size_t fromLength, char16_t const* to, std::size_t toLength) {
-  std::string fromUTF8;
-  std::string toUTF8Path;
-  if (fromLength == 0 || toLength == 0) return errorOf(ENOENT);
-  if (!toUTF8(from, fromLength, fromUTF8) || !toUTF8(to, toLength, toUTF8Path)) return errorOf(EILSEQ);
-  if (::rename(fromUTF8.c_str(), toUTF8Path.c_str()) != 0) return lastSysError();
-  return SysError{};
-}
-
 bool fileIsRegular(char16_t const* path, std::size_t length) {
   std::string utf8;
   if (length == 0 || !toUTF8(path, length, utf8)) return false;

@@ -214,15 +214,6 @@ SysError fileDelete(char16_t const* path, std::size_t length) {
   return SysError{};
 }
 
-SysError fileReplace(char16_t const* from, std::size_t fromLength, char16_t const* to, std::size_t toLength) {
-  std::wstring fromWide;
-  std::wstring toWide16;
-  if (fromLength == 0 || toLength == 0) return errorOf(ERROR_FILE_NOT_FOUND);
-  if (!toWide(from, fromLength, fromWide) || !toWide(to, toLength, toWide16)) return errorOf(ERROR_INVALID_NAME);
-  if (!MoveFileExW(fromWide.c_str(), toWide16.c_str(), MOVEFILE_REPLACE_EXISTING)) return lastSysError();
-  return SysError{};
-}
-
 bool fileIsRegular(char16_t const* path, std::size_t length) {
   std::wstring wide;
   if (length == 0 || !toWide(path, length, wide)) return false;
