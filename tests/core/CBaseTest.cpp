@@ -4,14 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <regex>
 #include <thread>
 #include <vector>
 
-#include "qo/core/CCastError.h"
 #include "qo/core/P.h"
-#include "qo/core/String.h"
-#include "qo/core/TypeName.h"
 
 namespace qo {
 namespace {
@@ -27,7 +23,6 @@ class IColored : public virtual IBase {
 public:
   virtual int color() const = 0;
 };
-class INeverImplemented : public virtual IBase {};
 
 class CCounted : public CBase, public IShape, public IColored {
 public:
@@ -67,7 +62,7 @@ TEST_F(CBaseTest, StackObjectSharedThroughPSurvives) {
   EXPECT_EQ(g_destroyed, 1);
 }
 
-TEST_F(CBaseTest, HeapObjectDiesWithLastOwner) {
+TEST_F(CBaseTest, HeapObjectDiesWithLastOwnerNotOnSelfAssignment) {
   P<CCounted> a(new CCounted);
   EXPECT_EQ(a->getRefCountForDebugging(), 1);
   P<IColored> b = a;
@@ -78,16 +73,13 @@ TEST_F(CBaseTest, HeapObjectDiesWithLastOwner) {
   EXPECT_EQ(g_destroyed, 0);
   c = nullptr;
   EXPECT_EQ(g_destroyed, 1);
-}
-
-TEST_F(CBaseTest, AssigningTheHeldObjectToItselfKeepsIt) {
-  P<CCounted> p(new CCounted);
+  P<CCounted> p(new CCounted);  // assigning the held object to itself keeps it
   p = p.get();
   EXPECT_EQ(p->getRefCountForDebugging(), 1);
   P<CCounted>& alias = p;
   p = alias;
   EXPECT_EQ(p->getRefCountForDebugging(), 1);
-  EXPECT_EQ(g_destroyed, 0);
+  EXPECT_EQ(g_destroyed, 1);
 }
 
 TEST_F(CBaseTest, CopyStartsWithItsOwnCount) {
@@ -100,7 +92,7 @@ TEST_F(CBaseTest, CopyStartsWithItsOwnCount) {
   EXPECT_EQ(original->getRefCountForDebugging(), 2);
 }
 
-TEST_F(CBaseTest, MoveAndSwapTransferWithoutCounting) {
+TEST_F(CBaseTest, MoveSwapShareAndDetach) {
   P<CCounted> a(new CCounted);
   P<CCounted> b = std::move(a);
   EXPECT_TRUE(a.isNull());
@@ -112,18 +104,15 @@ TEST_F(CBaseTest, MoveAndSwapTransferWithoutCounting) {
   swap(s, t);
   EXPECT_EQ(s, nil);
   EXPECT_EQ(t->corners(), 4);
-}
-
-TEST_F(CBaseTest, ShareAndDetach) {
   CCounted onStack;
   {
     P<CCounted> shared = P<CCounted>::share(&onStack);
     EXPECT_EQ(onStack.getRefCountForDebugging(), 2);
   }
   P<CCounted> owner(new CCounted);
-  CCounted* raw = owner.detach();
+  CCounted* detached = owner.detach();
   EXPECT_TRUE(owner.isNull());
-  P<CCounted> adopted(raw);
+  P<CCounted> adopted(detached);
   EXPECT_EQ(adopted->getRefCountForDebugging(), 1);
 }
 
@@ -226,22 +215,7 @@ TEST_F(CBaseTest, LastReleaseRacingOnManyThreadsDeletesOnce) {
   EXPECT_EQ(g_destroyed, 100);
 }
 
-// --- checked casts -------------------------------------------------------------
-
-class CVetoing : public CBase, public IShape, public IColored {
-public:
-  bool checkCastAllowed(std::type_info const& type) const override { return type != typeid(IColored); }
-  int corners() const override { return 3; }
-  int color() const override { return 1; }
-};
-
 using PCastTest = CCountingTest;
-
-TEST_F(PCastTest, NullCastsToNull) {
-  P<IShape> none;
-  EXPECT_TRUE(none.cast<INeverImplemented>().isNull());
-  EXPECT_TRUE(none.cast<CCounted>().isNull());
-}
 
 TEST_F(PCastTest, DownAndCrossCastsShareTheObject) {
   P<IShape> shape(new CCounted);
@@ -251,42 +225,8 @@ TEST_F(PCastTest, DownAndCrossCastsShareTheObject) {
   EXPECT_EQ(concrete.get(), shape.get());
   EXPECT_EQ(concrete->getRefCountForDebugging(), 3);
   PC<IShape> readOnly = shape;
-  PC<IColored> readOnlyColored = readOnly.cast<IColored const>();
-  EXPECT_EQ(readOnlyColored->color(), 7);
-}
-
-TEST_F(PCastTest, CastToUnimplementedTypeThrowsWithText) {
-  P<IShape> shape(new CCounted);
-  try {
-    (void)shape.cast<INeverImplemented>();
-    FAIL() << "no CCastError";
-  } catch (CCastError const& e) {
-    std::string text = e.getMessage().toUTF8();
-    std::string expected = "Error casting object " + toString(static_cast<IBase const*>(shape.get())).toUTF8() +
-                           " of type " + typeNameOf(typeid(CCounted)) + " to type " +
-                           typeNameOf(typeid(INeverImplemented)) + ".";
-    EXPECT_EQ(text, expected);
-    EXPECT_TRUE(std::regex_match(text, std::regex("Error casting object 0x[0-9a-fA-F]{8,} of type .*CCounted to "
-                                                  "type .*INeverImplemented\\.")))
-        << text;
-  }
-}
-
-TEST_F(PCastTest, VetoedCastThrowsEvenWhenImplemented) {
-  P<IShape> shape(new CVetoing);
-  EXPECT_THROW((void)shape.cast<IColored>(), CCastError);
-  EXPECT_EQ(shape.cast<CVetoing>()->color(), 1);
-}
-
-TEST(CCastErrorTest, TextsForNullArguments) {
-  EXPECT_EQ(CCastError::makeText(nullptr, nullptr), String(u"Error casting an unspecified object to an unspecified type."));
-  CCounted object;
-  EXPECT_EQ(CCastError::makeText(nullptr, &typeid(IShape)),
-            String(u"Error casting an unspecified object to type ") + String(typeNameOf(typeid(IShape)).c_str()) + u".");
-  String withObject = CCastError::makeText(&object, nullptr);
-  EXPECT_TRUE(withObject.EndsWith(String(u" of type ") + String(typeNameOf(typeid(CCounted)).c_str()) +
-                                  u" to an unspecified type."))
-      << withObject;
+  EXPECT_EQ(readOnly.cast<IColored const>()->color(), 7);
+  EXPECT_TRUE(P<IShape>().cast<CCounted>().isNull());
 }
 
 }  // namespace

@@ -10,12 +10,9 @@ using qo::CIOError;
 using qo::CProps;
 using qo::String;
 
-TEST(CFileSystemErrorTest, GetProblemOfBagWithoutPropertyIsUnknown) {
+TEST(CFileSystemErrorTest, GetProblemOfMissingOrUnreadableValueIsUnknown) {
   EXPECT_EQ(CFileSystemError::getProblem(CProps()), CFileSystemError::kUnknown);
   EXPECT_EQ(CFileSystemError::kUnknown, 0);
-}
-
-TEST(CFileSystemErrorTest, GetProblemOfUnreadableValueIsUnknown) {
   for (char16_t const* value : {u"", u"lock", u"5.0", u"2147483648", u"-2147483649"}) {
     SCOPED_TRACE(String(value).toUTF8());
     EXPECT_EQ(CFileSystemError::getProblem(CProps().add(u"fileSysProblem", value)), 0);
@@ -27,8 +24,7 @@ TEST(CFileSystemErrorTest, EachProblemHasItsMessageAndProperty) {
   struct Case {
     int problem;
     char16_t const* message;
-  };
-  Case const cases[] = {
+  } const cases[] = {
       {CFileSystemError::kUnknown, u"File system error."},
       {CFileSystemError::kNotFound, u"File system error: the file or folder does not exist."},
       {CFileSystemError::kAlreadyExists, u"File system error: the file or folder already exists."},
@@ -54,26 +50,20 @@ TEST(CFileSystemErrorTest, EachProblemHasItsMessageAndProperty) {
   }
   EXPECT_EQ(CFileSystemError::kLockConflict, 5);
   EXPECT_EQ(CFileSystemError::kUnservedURI, 6);
-}
-
-TEST(CFileSystemErrorTest, DescriptionShowsTheProblemNumber) {
   EXPECT_EQ(CFileSystemError(CFileSystemError::kLockConflict).getDesc(),
             String(u"File system error: lock conflict. [fileSysProblem='5']"));
 }
 
-TEST(CFileSystemErrorTest, CauseIsCloned) {
-  CIOError cause(CIOError::kOpenFailed);
-  CFileSystemError e(CFileSystemError::kNotFound, &cause);
-  ASSERT_FALSE(e.getCause().isNull());
-  EXPECT_NE(e.getCause().get(), static_cast<CError const*>(&cause));
-  EXPECT_TRUE(e.getCause()->isError(u"IO", 1));
-}
-
-TEST(CFileSystemErrorTest, OwnMessageAndPropertiesWithProblemWinning) {
+TEST(CFileSystemErrorTest, OwnMessagePropertiesAndCloneOfCauseWithProblemWinning) {
   CFileSystemError e(CFileSystemError::kAccessDenied, u"No entry.",
                      CProps().add(u"uri", u"file:///x").add(u"fileSysProblem", u"9"));
   EXPECT_EQ(e.getDesc(), String(u"No entry. [fileSysProblem='3', uri='file:///x']"));
   CFileSystemError defaulted(CFileSystemError::kNoSpace, String(), CProps());
   EXPECT_EQ(defaulted.getMessage(), String(u"File system error: not enough space."));
   EXPECT_EQ(CFileSystemError::paramFileSysProblem(), String(u"fileSysProblem"));
+  CIOError cause(CIOError::kOpenFailed);
+  CFileSystemError caused(CFileSystemError::kNotFound, &cause);
+  ASSERT_FALSE(caused.getCause().isNull());
+  EXPECT_NE(caused.getCause().get(), static_cast<CError const*>(&cause));
+  EXPECT_TRUE(caused.getCause()->isError(u"IO", 1));
 }

@@ -13,7 +13,7 @@ using qo::IStreamBase;
 using qo::P;
 using qo::String;
 
-TEST(CLockFileErrorTest, PathFormCarriesPathTypeAndConflict) {
+TEST(CLockFileErrorTest, PathFormCarriesPathTypeAndConflictAndClonesKeepTheClass) {
   CError const conflictCause(u"in use");
   CFileSystemError const conflict(CFileSystemError::kLockConflict, &conflictCause);
   CLockFileError const error(String(u"/var/log/app.log.lock"), IStreamBase::LockExclusive, &conflict);
@@ -24,6 +24,9 @@ TEST(CLockFileErrorTest, PathFormCarriesPathTypeAndConflict) {
   EXPECT_EQ(error.getCause()->getMessage(), conflict.getMessage());
   EXPECT_EQ(error.getErrorCode(), -1);
   EXPECT_TRUE(error.getErrorCodeDomain().isEmpty());
+  P<CError> copy = error.clone();
+  EXPECT_NE(dynamic_cast<CLockFileError*>(copy.get()), nullptr);
+  EXPECT_THROW(copy->throwClone(), CLockFileError);
 }
 
 TEST(CLockFileErrorTest, URIFormAndCausesThatAreNoConflict) {
@@ -37,11 +40,4 @@ TEST(CLockFileErrorTest, URIFormAndCausesThatAreNoConflict) {
   CError flagged(u"busy", String(), -1, qo::CProps().addBool(u"lockConflict", true));
   EXPECT_TRUE(CLockFileError(String(u"p"), IStreamBase::LockShared, &flagged).isLockConflict());
   EXPECT_FALSE(CLockFileError(String(u"p"), IStreamBase::LockShared).isLockConflict());
-}
-
-TEST(CLockFileErrorTest, ClonesKeepTheClass) {
-  CLockFileError const error(String(u"a.lock"), IStreamBase::LockExclusive);
-  P<CError> copy = error.clone();
-  EXPECT_NE(dynamic_cast<CLockFileError*>(copy.get()), nullptr);
-  EXPECT_THROW(copy->throwClone(), CLockFileError);
 }

@@ -11,11 +11,36 @@ using qo::CParseError;
 using qo::CProps;
 using qo::String;
 
-TEST(CPropsTest, SameKeyTwiceKeepsTheSecondValue) {
+TEST(CPropsTest, AddLookupRemoveAndCopy) {
   CProps props;
-  props.add(u"key", u"first").add(u"key", u"second");
-  EXPECT_EQ(props.getSize(), 1);
-  EXPECT_EQ(props.lookup(u"key"), String(u"second"));
+  props.add(u"key", u"first").add(u"key", u"second").add(u"empty", String());
+  EXPECT_EQ(props.getSize(), 2);
+  EXPECT_EQ(props.lookup(u"key"), String(u"second"));  // the same key twice keeps the second value
+  // An absent key reads as empty but is distinct from an empty value.
+  EXPECT_EQ(props.lookup(u"missing"), String());
+  EXPECT_FALSE(props.contains(u"missing"));
+  EXPECT_TRUE(props.contains(u"empty"));
+  CProps cond;
+  cond.addCond(false, u"no", u"1").addCond(true, u"yes", u"2");
+  EXPECT_EQ(cond.toString(), String(u"'yes'='2'"));
+  // addAll merges with the other values winning.
+  CProps target;
+  target.add(u"a", u"old").add(u"keep", u"k");
+  CProps other;
+  other.add(u"a", u"new").add(u"z", u"zz");
+  target.addAll(other);
+  EXPECT_EQ(target.toString(), String(u"'a'='new', 'keep'='k', 'z'='zz'"));
+  target.addAll(target);
+  EXPECT_EQ(target.getSize(), 3);
+  CProps copy = target;
+  copy.add(u"a", u"2").add(u"b", u"3");
+  EXPECT_EQ(target.lookup(u"a"), String(u"new"));
+  EXPECT_EQ(copy.getRefCountForDebugging(), 1);
+  EXPECT_TRUE(target.remove(u"a"));
+  EXPECT_FALSE(target.remove(u"a"));
+  EXPECT_EQ(target.toString(), String(u"'keep'='k', 'z'='zz'"));
+  target.clear();
+  EXPECT_TRUE(target.isEmpty());
 }
 
 TEST(CPropsTest, EntriesFollowOrdinalKeyOrderNotInsertionOrder) {
@@ -30,60 +55,19 @@ TEST(CPropsTest, EntriesFollowOrdinalKeyOrderNotInsertionOrder) {
   EXPECT_EQ(twoKeys.toString(), String(u"'a'='y', 'b'='x'"));
 }
 
-TEST(CPropsTest, LookupOfAbsentKeyIsEmptyAndDistinctFromEmptyValue) {
-  CProps props;
-  props.add(u"empty", String());
-  EXPECT_EQ(props.lookup(u"missing"), String());
-  EXPECT_FALSE(props.contains(u"missing"));
-  EXPECT_TRUE(props.contains(u"empty"));
-  EXPECT_EQ(props.getSize(), 1);
-}
-
-TEST(CPropsTest, AddCondAddsOnlyWhenTrue) {
-  CProps props;
-  props.addCond(false, u"no", u"1").addCond(true, u"yes", u"2");
-  EXPECT_EQ(props.toString(), String(u"'yes'='2'"));
-}
-
-TEST(CPropsTest, AddAllMergesWithOtherValuesWinning) {
-  CProps target;
-  target.add(u"a", u"old").add(u"keep", u"k");
-  CProps other;
-  other.add(u"a", u"new").add(u"z", u"zz");
-  target.addAll(other);
-  EXPECT_EQ(target.toString(), String(u"'a'='new', 'keep'='k', 'z'='zz'"));
-  target.addAll(target);
-  EXPECT_EQ(target.getSize(), 3);
-}
-
-TEST(CPropsTest, RemoveAndClear) {
-  CProps props;
-  props.add(u"a", u"1").add(u"b", u"2");
-  EXPECT_TRUE(props.remove(u"a"));
-  EXPECT_FALSE(props.remove(u"a"));
-  EXPECT_EQ(props.toString(), String(u"'b'='2'"));
-  props.clear();
-  EXPECT_TRUE(props.isEmpty());
-}
-
 TEST(CPropsTest, AddBoolAndAddLongStoreTheirTexts) {
   CProps props;
   props.addBool(u"t", true).addBool(u"f", false);
   props.addLong(u"zero", 0).addLong(u"neg", -42).addLong(u"max", LLONG_MAX).addLong(u"min", LLONG_MIN);
-  EXPECT_EQ(props.lookup(u"t"), String(u"true"));
-  EXPECT_EQ(props.lookup(u"f"), String(u"false"));
-  EXPECT_EQ(props.lookup(u"zero"), String(u"0"));
-  EXPECT_EQ(props.lookup(u"neg"), String(u"-42"));
-  EXPECT_EQ(props.lookup(u"max"), String(u"9223372036854775807"));
-  EXPECT_EQ(props.lookup(u"min"), String(u"-9223372036854775808"));
+  EXPECT_EQ(props.toString(), String(u"'f'='false', 'max'='9223372036854775807', 'min'='-9223372036854775808', "
+                                     u"'neg'='-42', 't'='true', 'zero'='0'"));
 }
 
 TEST(CPropsTest, LookupBoolAcceptsWordsAndDigitsOnly) {
   struct Case {
     char16_t const* value;
     int expected;  // 1 true, 0 false, -1 default
-  };
-  Case const cases[] = {
+  } const cases[] = {
       {u"true", 1},  {u"TRUE", 1},   {u"tRuE", 1},   {u"1", 1},      {u"false", 0}, {u"False", 0},
       {u"0", 0},     {u"", -1},      {u" true", -1}, {u"true ", -1}, {u"yes", -1},  {u"01", -1},
       {u"2", -1},    {u"truex", -1}, {u"tru", -1},
@@ -111,8 +95,7 @@ TEST(CPropsTest, LookupLongParsesSignedDecimalOrGivesDefault) {
     char16_t const* value;
     bool valid;
     long long expected;
-  };
-  Case const cases[] = {
+  } const cases[] = {
       {u"0", true, 0},
       {u"-0", true, 0},
       {u"+15", true, 15},
@@ -142,19 +125,10 @@ TEST(CPropsTest, LookupLongParsesSignedDecimalOrGivesDefault) {
   EXPECT_EQ(CProps().lookupLong(u"absent", -5), -5);
 }
 
-TEST(CPropsTest, EmptyBagIsEmptyText) {
-  EXPECT_EQ(CProps().toString(), String());
-  EXPECT_EQ(CProps::fromString(String()).getSize(), 0);
-  EXPECT_EQ(CProps::fromString(u"  \t ").getSize(), 0);
-}
-
-TEST(CPropsTest, ToStringEscapesQuotesBackslashesAndControls) {
+TEST(CPropsTest, ToStringEscapesAndTextRoundTripsAnyKeysAndValues) {
   CProps props;
   props.add(u"k'ey", u"a\\b'c\nd\re\tf=,g");
   EXPECT_EQ(props.toString(), String(u"'k\\'ey'='a\\\\b\\'c\\nd\\re\\tf=,g'"));
-}
-
-TEST(CPropsTest, TextRoundTripsAnyKeysAndValues) {
   String const loneHigh(1, u'\xd800');
   String const loneLow(1, u'\xdc00');
   std::vector<std::pair<String, String>> const nasty = {
@@ -189,6 +163,9 @@ TEST(CPropsTest, TextRoundTripsAnyKeysAndValues) {
 }
 
 TEST(CPropsTest, FromStringAcceptsBlanksAndKeepsLastDuplicate) {
+  EXPECT_EQ(CProps().toString(), String());
+  EXPECT_EQ(CProps::fromString(String()).getSize(), 0);
+  EXPECT_EQ(CProps::fromString(u"  \t ").getSize(), 0);
   CProps props = CProps::fromString(u" 'a' = '1' ,\t'b'='2','a'='3' ");
   EXPECT_EQ(props.getSize(), 2);
   EXPECT_EQ(props.lookup(u"a"), String(u"3"));
@@ -199,8 +176,7 @@ TEST(CPropsTest, FromStringRefusesMalformedTextWithOffset) {
   struct Case {
     char16_t const* text;
     long long offset;
-  };
-  Case const cases[] = {
+  } const cases[] = {
       {u"a", 0},                // key not quoted
       {u"'a'", 3},              // '=' missing
       {u"'a'=", 4},             // value missing
@@ -223,13 +199,4 @@ TEST(CPropsTest, FromStringRefusesMalformedTextWithOffset) {
       EXPECT_EQ(e.getParams().lookupLong(u"offset", -1), c.offset);
     }
   }
-}
-
-TEST(CPropsTest, CopiesAreIndependent) {
-  CProps original;
-  original.add(u"a", u"1");
-  CProps copy = original;
-  copy.add(u"a", u"2").add(u"b", u"3");
-  EXPECT_EQ(original.toString(), String(u"'a'='1'"));
-  EXPECT_EQ(copy.getRefCountForDebugging(), 1);
 }

@@ -71,7 +71,7 @@ TEST_F(CSafeGlobalSlotTest, DisposeAllRunsNewestFirst) {
   EXPECT_EQ(Named<2>::slot.peek(), nullptr);
 }
 
-TEST_F(CSafeGlobalSlotTest, SlotUsedAgainAfterDisposeAllIsDisposedAgain) {
+TEST_F(CSafeGlobalSlotTest, SlotUsedAgainAfterDisposeAllOrDisposeIsDisposedOnceAgain) {
   Named<5>::get();
   CSafeGlobalSlot::disposeAll();
   EXPECT_EQ(Named<5>::slot.getFlags(), CSafeGlobalSlot::kClaimed | CSafeGlobalSlot::kReady);
@@ -80,10 +80,7 @@ TEST_F(CSafeGlobalSlotTest, SlotUsedAgainAfterDisposeAllIsDisposedAgain) {
   EXPECT_EQ(Named<5>::creates, 2);
   CSafeGlobalSlot::disposeAll();
   EXPECT_EQ(g_events, (std::vector<std::string>{"+s5", "-s5"}));
-}
-
-TEST_F(CSafeGlobalSlotTest, SingleDisposeKeepsSlotRegisteredOnce) {
-  CSafeGlobalSlot::disposeAll();
+  // A single dispose keeps the slot registered once.
   g_events.clear();
   Named<6>::get();
   Named<6>::slot.dispose();

@@ -70,9 +70,6 @@ TEST(CStdExceptionErrorTest, KindOfEveryStandardException) {
   expectKind(std::bad_variant_access(), 18);
   expectKind(CustomException(), 0);
   expectKind(CIOError(4), 0);
-}
-
-TEST(CStdExceptionErrorTest, NamedKindsMatchTheDocumentedNumbers) {
   EXPECT_EQ(CStdExceptionError::kOther, 0);
   EXPECT_EQ(CStdExceptionError::kBadAlloc, 1);
   EXPECT_EQ(CStdExceptionError::kRuntimeError, 10);
@@ -101,7 +98,8 @@ TEST(CStdExceptionErrorTest, MessageIsWhatReadAsUTF8WithLatin1Fallback) {
   EXPECT_EQ(CStdExceptionError(std::runtime_error("boom")).getDesc(), String(u"boom [STDEXC 10]"));
 }
 
-TEST(CStdExceptionErrorTest, ExceptionToErrorWrapsStandardExceptions) {
+TEST(CStdExceptionErrorTest, ExceptionToErrorWrapsStandardExceptionsAndClonesErrors) {
+  EXPECT_TRUE(CStdExceptionError::exceptionToError(nullptr).isNull());
   std::out_of_range e("index 7");
   P<CError> error = CStdExceptionError::exceptionToError(&e);
   ASSERT_FALSE(error.isNull());
@@ -109,19 +107,12 @@ TEST(CStdExceptionErrorTest, ExceptionToErrorWrapsStandardExceptions) {
   EXPECT_EQ(typeid(wrapped), typeid(CStdExceptionError));
   EXPECT_EQ(error->getDesc(), String(u"index 7 [STDEXC 9]"));
   EXPECT_EQ(error->getRefCountForDebugging(), 1);
-}
-
-TEST(CStdExceptionErrorTest, ExceptionToErrorClonesErrors) {
-  CIOError e(CIOError::kReadFailed);
-  std::exception const* asStd = &e;
-  P<CError> error = CStdExceptionError::exceptionToError(asStd);
-  ASSERT_FALSE(error.isNull());
-  CError const& cloned = *error;
+  CIOError io(CIOError::kReadFailed);
+  std::exception const* asStd = &io;
+  P<CError> clone = CStdExceptionError::exceptionToError(asStd);
+  ASSERT_FALSE(clone.isNull());
+  CError const& cloned = *clone;
   EXPECT_EQ(typeid(cloned), typeid(CIOError));
-  EXPECT_NE(error.get(), static_cast<CError*>(&e));
-  EXPECT_EQ(error->getDesc(), e.getDesc());
-}
-
-TEST(CStdExceptionErrorTest, ExceptionToErrorOfNullIsNull) {
-  EXPECT_TRUE(CStdExceptionError::exceptionToError(nullptr).isNull());
+  EXPECT_NE(clone.get(), static_cast<CError*>(&io));
+  EXPECT_EQ(clone->getDesc(), io.getDesc());
 }

@@ -15,15 +15,11 @@ TEST(CSystemErrorTest, CarriesDomainCodeFunctionAndApi) {
             String(u"Error creating thread. [") + domain + u" 8 (api='_beginthreadex', function='CThread::start')]");
 }
 
-TEST(CSystemErrorTest, AddsTheOsTextAndExtraProperties) {
+TEST(CSystemErrorTest, AddsTheOsTextAndExtraPropertiesAndClonesKeepTheClass) {
   CSystemError error(u"m", u"f", u"a", 2, u"No such file", CProps().add(u"name", u"x"));
   EXPECT_EQ(error.getParams().lookup(CSystemError::paramSysErrorText()), String(u"No such file"));
   EXPECT_EQ(error.getParams().lookup(u"name"), String(u"x"));
   EXPECT_EQ(error.getParams().getSize(), 4);
-}
-
-TEST(CSystemErrorTest, CloneAndThrowCloneKeepTheClass) {
-  CSystemError error(u"m", u"f", u"a", 5);
   P<CError> clone = error.clone();
   ASSERT_NE(dynamic_cast<CSystemError*>(clone.get()), nullptr);
   EXPECT_EQ(clone->getDesc(), error.getDesc());

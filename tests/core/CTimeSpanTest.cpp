@@ -35,8 +35,7 @@ TEST(CTimeSpanTest, UnitsConvertExactly) {
   struct Case {
     CTimeSpan span;
     long long micros;
-  };
-  Case const cases[] = {
+  } const cases[] = {
       {CTimeSpan::fromMillis(1), 1000LL},
       {CTimeSpan::fromSeconds(1), 1000000LL},
       {CTimeSpan::fromMinutes(1), 60000000LL},
@@ -55,9 +54,7 @@ TEST(CTimeSpanTest, UnitsConvertExactly) {
   EXPECT_EQ(mixed.getMinutes(), 1501);
   EXPECT_EQ(mixed.getSeconds(), 90061);
   EXPECT_EQ(mixed.getMillis(), 90061001);
-}
-
-TEST(CTimeSpanTest, GettersTruncateTowardZero) {
+  // Getters truncate toward zero.
   EXPECT_EQ(CTimeSpan::fromMicros(-1500000).getSeconds(), -1);
   EXPECT_EQ(CTimeSpan::fromMicros(1999999).getSeconds(), 1);
   EXPECT_EQ(CTimeSpan::fromSeconds(-90).getMinutes(), -1);
@@ -69,8 +66,7 @@ TEST(CTimeSpanTest, ToStringHMS) {
   struct Case {
     CTimeSpan span;
     char const* text;
-  };
-  Case const cases[] = {
+  } const cases[] = {
       {CTimeSpan(), "0:00:00"},
       {CTimeSpan::fromSeconds(3723), "1:02:03"},
       {CTimeSpan::fromSeconds(90000), "25:00:00"},
@@ -90,7 +86,7 @@ TEST(CTimeSpanTest, ToStringHMS) {
   }
 }
 
-TEST(CTimeSpanTest, InvalidPropagates) {
+TEST(CTimeSpanTest, OrderingAndInvalidPropagation) {
   CTimeSpan const bad = CTimeSpan::invalid();
   CTimeSpan const one = CTimeSpan::fromSeconds(1);
   EXPECT_FALSE(bad.isValid());
@@ -109,6 +105,16 @@ TEST(CTimeSpanTest, InvalidPropagates) {
   sum += bad;
   EXPECT_FALSE(sum.isValid());
   EXPECT_LT(bad, CTimeSpan::fromMicros(-kMax));
+  CTimeSpan const a = CTimeSpan::fromMillis(-1);
+  CTimeSpan const b = CTimeSpan::fromMicros(1);
+  EXPECT_LT(a, b);
+  EXPECT_LE(a, a);
+  EXPECT_GT(b, a);
+  EXPECT_GE(b, b);
+  EXPECT_NE(a, b);
+  CTimeSpan c = a;
+  c -= a;
+  EXPECT_EQ(c, CTimeSpan());
 }
 
 TEST(CTimeSpanTest, RangeIsSymmetricAndOverflowThrows) {
@@ -150,15 +156,3 @@ TEST(CTimeSpanTest, SecondsDouble) {
   }
 }
 
-TEST(CTimeSpanTest, OrderingFollowsTheCount) {
-  CTimeSpan const a = CTimeSpan::fromMillis(-1);
-  CTimeSpan const b = CTimeSpan::fromMicros(1);
-  EXPECT_LT(a, b);
-  EXPECT_LE(a, a);
-  EXPECT_GT(b, a);
-  EXPECT_GE(b, b);
-  EXPECT_NE(a, b);
-  CTimeSpan c = a;
-  c -= a;
-  EXPECT_EQ(c, CTimeSpan());
-}

@@ -37,7 +37,7 @@ protected:
   ErrorLogHook m_previous = nullptr;
 };
 
-TEST_F(ErrorLogTest, HookReceivesErrorsWithTheirClass) {
+TEST_F(ErrorLogTest, HookReceivesErrorsWithTheirClassAndSetReturnsThePrevious) {
   EXPECT_EQ(getErrorLogHook(), &recordingHook);
   logError(CIOError(CIOError::kWriteFailed), u"writing failed");
   std::exception const& asStd = CIOError(CIOError::kReadFailed);
@@ -50,9 +50,6 @@ TEST_F(ErrorLogTest, HookReceivesErrorsWithTheirClass) {
   EXPECT_TRUE(g_reports[1].isIOError);
   EXPECT_TRUE(g_reports[2].isStdExceptionError);
   EXPECT_EQ(g_reports[2].desc, String(u"plain [STDEXC 10]"));
-}
-
-TEST_F(ErrorLogTest, SetReturnsThePreviousHook) {
   EXPECT_EQ(setErrorLogHook(nullptr), &recordingHook);
   EXPECT_EQ(setErrorLogHook(&recordingHook), nullptr);
 }

@@ -102,9 +102,7 @@ TEST(StringTest, Utf8IllFormedThrowsParseErrorWithOffset) {
     EXPECT_EQ(e.getParams().lookupLong("offset", -1), c.offset);
     EXPECT_EQ(e.getMessage(), String(u"Invalid UTF-8 text."));
   }
-}
-
-TEST(StringTest, Utf8OffsetIsExactAroundTheAsciiBlocks) {
+  // The offset is exact around the ASCII blocks.
   for (std::size_t pos = 0; pos < 40; ++pos) {
     SCOPED_TRACE(pos);
     std::string bytes(pos, 'x');
@@ -227,7 +225,7 @@ TEST(StringTest, WideTextOfInvalidValuesBecomesReplacementCharacter) {
   EXPECT_EQ(String(static_cast<wchar_t const*>(nullptr)), String());
 }
 
-TEST(StringTest, Latin1FallbackTakesBadBytesAsLatin1) {
+TEST(StringTest, Latin1FallbackTakesBadBytesAsLatin1AndLatin1BothWays) {
   Utf8Case const cases[] = {
       {"caf\xE9", u"caf\u00E9"},
       {"caf\xC3\xA9 \xE9t\xE9", u"caf\u00E9 \u00E9t\u00E9"},
@@ -251,9 +249,6 @@ TEST(StringTest, Latin1FallbackTakesBadBytesAsLatin1) {
     EXPECT_EQ(String::wstringFromUTF8WithLatin1Fallback(one).str(), std::u16string(1, static_cast<char16_t>(b)));
   }
   EXPECT_EQ(String(static_cast<char const*>(nullptr)), String());
-}
-
-TEST(StringTest, Latin1BothWays) {
   std::string all;
   std::u16string units;
   for (int b = 0; b < 256; ++b) {
@@ -273,7 +268,7 @@ struct CodePageCase {
   std::string bytes;
 };
 
-TEST(StringTest, CodePagesBothWaysWithExactBytes) {
+TEST(StringTest, CodePagesBothWaysWithExactBytesAndRefuseWhatTheyCannotHold) {
   CodePageCase const cases[] = {
       {1252, u"\u20AC", "\x80"},
       {1252, u"\u0161", "\x9A"},
@@ -293,27 +288,24 @@ TEST(StringTest, CodePagesBothWaysWithExactBytes) {
     EXPECT_EQ(String(c.text).toCP(c.codePage), c.bytes);
     EXPECT_EQ(String::fromCP(c.bytes, c.codePage).str(), c.text);
   }
-}
-
-TEST(StringTest, CodePageRefusesWhatItCannotHold) {
-  struct Case {
+  struct Refused {
     unsigned codePage;
     std::u16string text;
-  } const cases[] = {
+  } const refused[] = {
       {1252, u"a\u4E2D"},   // no best fit either
       {1252, u"\u0100"},    // A with macron: best fit would give "A"
       {437, u"\u20AC"},
       {1252, u"\xD800"},
       {65001, u"\xDC00"},
   };
-  for (auto const& c : cases) {
+  for (auto const& c : refused) {
     SCOPED_TRACE(c.codePage);
     auto const e = expectThrow<qo::CUnencodableStringError>([&] { String(c.text).toCP(c.codePage); });
     EXPECT_EQ(e.getParams().lookupLong("codePage", -1), static_cast<long long>(c.codePage));
   }
 }
 
-TEST(StringTest, CodePageDecodingRejectsInvalidBytes) {
+TEST(StringTest, CodePageDecodingRejectsInvalidBytesAndUnknownPages) {
   // A Shift-JIS lead byte without its trail byte.
   auto const sjis = expectThrow<qo::CParseError>([] { String::fromCP("a\x82", 932); });
   EXPECT_EQ(sjis.getParams().lookupLong("offset", -1), 1);
@@ -322,9 +314,6 @@ TEST(StringTest, CodePageDecodingRejectsInvalidBytes) {
   EXPECT_EQ(utf8.getParams().lookupLong("offset", -1), 2);
   EXPECT_EQ(utf8.getParams().lookupLong("codePage", -1), 65001);
   EXPECT_EQ(String::fromCP("a\x82\xA0", 932).str(), u"a\u3042");
-}
-
-TEST(StringTest, UnknownCodePageIsInvalidArgument) {
   auto const to = expectThrow<qo::CInvalidArgError>([] { String(u"x").toCP(12345); });
   EXPECT_EQ(to.getMessage(), String(u"Invalid argument passed to 'String::toCP': unknown code page 12345."));
   auto const from = expectThrow<qo::CInvalidArgError>([] { String::fromCP("x", 12345); });
@@ -380,7 +369,7 @@ TEST(StringTest, CodePagesAgreeWithTheIconvTool) {
 }
 #endif
 
-TEST(StringTest, IgnoreCaseCoversNonAscii) {
+TEST(StringTest, IgnoreCaseAndCaseMappingCoverNonAsciiAndKeepLength) {
   String const text(u"\u00C4rger \u00FCber \u00D6l");
   EXPECT_TRUE(text.StartsWith(u"\u00E4RGER", true));
   EXPECT_FALSE(text.StartsWith(u"\u00E4RGER"));
@@ -395,40 +384,33 @@ TEST(StringTest, IgnoreCaseCoversNonAscii) {
   EXPECT_EQ(text.Upper(), String(u"\u00C4RGER \u00DCBER \u00D6L"));
   EXPECT_EQ(text.Lower(), String(u"\u00E4rger \u00FCber \u00F6l"));
   EXPECT_EQ(String(u"\u0416\u03A9").Lower(), String(u"\u0436\u03C9"));
-}
-
-TEST(StringTest, CaseMappingKeepsLengthAndLoneSurrogates) {
   // Sharp s has no one-character upper case; lone surrogates have no case.
-  String const text(u"stra\u00DFe\xD800x\xDC00");
-  EXPECT_EQ(text.Upper().str(), std::u16string(u"STRA\u00DFE\xD800X\xDC00"));
-  EXPECT_EQ(text.Upper().Lower().str(), std::u16string(u"stra\u00DFe\xD800x\xDC00"));
+  String const sharp(u"stra\u00DFe\xD800x\xDC00");
+  EXPECT_EQ(sharp.Upper().str(), std::u16string(u"STRA\u00DFE\xD800X\xDC00"));
+  EXPECT_EQ(sharp.Upper().Lower().str(), std::u16string(u"stra\u00DFe\xD800x\xDC00"));
   EXPECT_EQ(String(u"\xD83D\xDE00").Upper().str(), std::u16string(u"\xD83D\xDE00"));
 }
 
-TEST(StringTest, CmpNoCaseComparesUpperCasedTexts) {
+TEST(StringTest, CompareIsOrdinalByCodeUnitAndCmpNoCaseComparesUpperCasedTexts) {
   struct Case {
     char16_t const* a;
     char16_t const* b;
-    int expected;
+    int compare;
+    int noCase;
   } const cases[] = {
-      {u"abc", u"ABC", 0},         {u"\u00E4", u"\u00C4", 0}, {u"abc", u"ABD", -1},
-      {u"ABD", u"abc", 1},         {u"ab", u"ABC", -1},       {u"", u"", 0},
-      {u"_", u"a", 1},  // upper-cased, 'a' is 'A' (0x41), below '_' (0x5F)
+      {u"abc", u"ABC", 1, 0},  {u"\u00E4", u"\u00C4", 1, 0}, {u"abc", u"ABD", 1, -1}, {u"ABD", u"abc", -1, 1},
+      {u"ab", u"ABC", 1, -1},  {u"", u"", 0, 0},             {u"a", u"b", -1, -1},    {u"b", u"a", 1, 1},
+      {u"ab", u"ab", 0, 0},    {u"a", u"ab", -1, -1},
+      {u"B", u"a", -1, 1},
+      {u"_", u"a", -1, 1},  // upper-cased, 'a' is 'A' (0x41), below '_' (0x5F)
+      // By unit, a surrogate pair sorts below U+E000 although its code point is higher.
+      {u"\xD83D\xDE00", u"\uE000", -1, -1},
   };
   for (auto const& c : cases) {
-    SCOPED_TRACE(String(c.a).toUTF8() + " vs " + String(c.b).toUTF8());
-    EXPECT_EQ(String(c.a).CmpNoCase(c.b), c.expected);
+    SCOPED_TRACE(String(c.a).toUTF8Lossy() + " vs " + String(c.b).toUTF8Lossy());
+    EXPECT_EQ(String(c.a).Compare(c.b), c.compare);
+    EXPECT_EQ(String(c.a).CmpNoCase(c.b), c.noCase);
   }
-}
-
-TEST(StringTest, CompareIsOrdinalByCodeUnit) {
-  EXPECT_EQ(String(u"a").Compare(u"b"), -1);
-  EXPECT_EQ(String(u"b").Compare(u"a"), 1);
-  EXPECT_EQ(String(u"ab").Compare(u"ab"), 0);
-  EXPECT_EQ(String(u"a").Compare(u"ab"), -1);
-  EXPECT_EQ(String(u"B").Compare(u"a"), -1);
-  // By unit, a surrogate pair sorts below U+E000 although its code point is higher.
-  EXPECT_EQ(String(u"\xD83D\xDE00").Compare(u"\uE000"), -1);
   EXPECT_TRUE(String(u"\xD83D\xDE00") < String(u"\uE000"));
 }
 
@@ -467,7 +449,7 @@ TEST(StringTest, TrimRemovesUnicodeWhiteSpace) {
   EXPECT_EQ(String(u"\u200Bx\u0001").Trim(), String(u"\u200Bx\u0001"));
 }
 
-TEST(StringTest, LeftMidRightClamp) {
+TEST(StringTest, LeftMidRightClampAndPadLeftFillsToWidth) {
   String const text(u"hello");
   struct Case {
     String actual;
@@ -479,21 +461,15 @@ TEST(StringTest, LeftMidRightClamp) {
       {text.Mid(5), u""},        {text.Mid(6, 1), u""},       {text.Mid(String::npos, String::npos), u""},
       {text.Mid(2, 0), u""},     {text.Right(0), u""},        {text.Right(2), u"lo"},
       {text.Right(5), u"hello"}, {text.Right(String::npos), u"hello"},
+      {String(u"7").padLeft(3, u'0'), u"007"},         {String(u"ab").padLeft(4), u"  ab"},
+      {String(u"abc").padLeft(3, u'0'), u"abc"},       {String(u"abcd").padLeft(2, u'0'), u"abcd"},
+      {String().padLeft(0), u""},                      {String().padLeft(2, u'\u00B7'), u"\u00B7\u00B7"},
   };
   int i = 0;
   for (auto const& c : cases) {
     SCOPED_TRACE(i++);
     EXPECT_EQ(c.actual, String(c.expected));
   }
-}
-
-TEST(StringTest, PadLeftFillsToWidth) {
-  EXPECT_EQ(String(u"7").padLeft(3, u'0'), String(u"007"));
-  EXPECT_EQ(String(u"ab").padLeft(4), String(u"  ab"));
-  EXPECT_EQ(String(u"abc").padLeft(3, u'0'), String(u"abc"));
-  EXPECT_EQ(String(u"abcd").padLeft(2, u'0'), String(u"abcd"));
-  EXPECT_EQ(String().padLeft(0), String());
-  EXPECT_EQ(String().padLeft(2, u'\u00B7'), String(u"\u00B7\u00B7"));
 }
 
 TEST(StringTest, FindAndFindLast) {
@@ -511,13 +487,19 @@ TEST(StringTest, FindAndFindLast) {
   EXPECT_EQ(String().FindLast(u'x'), String::npos);
 }
 
-TEST(StringTest, IntegersToString) {
+TEST(StringTest, IntegersAndAddressesToString) {
   EXPECT_EQ(qo::toString(0), String(u"0"));
   EXPECT_EQ(qo::toString(-1), String(u"-1"));
   EXPECT_EQ(qo::toString(LLONG_MIN), String(u"-9223372036854775808"));
   EXPECT_EQ(qo::toString(LLONG_MAX), String(u"9223372036854775807"));
   EXPECT_EQ(qo::toString(ULLONG_MAX), String(u"18446744073709551615"));
   EXPECT_EQ(qo::toString(4294967295u), String(u"4294967295"));
+  // Addresses are zero-padded hex.
+  EXPECT_EQ(qo::toString(static_cast<void const*>(nullptr)), String(u"0x00000000"));
+  EXPECT_EQ(qo::toString(reinterpret_cast<void const*>(std::uintptr_t{0xABCDEF})), String(u"0x00abcdef"));
+  if constexpr (sizeof(void*) == 8) {
+    EXPECT_EQ(qo::toString(reinterpret_cast<void const*>(std::uintptr_t{0x123456789A})), String(u"0x123456789a"));
+  }
 }
 
 TEST(StringTest, DoubleToStringIsShortestRoundTrip) {
@@ -550,24 +532,13 @@ TEST(StringTest, DoubleToStringIsShortestRoundTrip) {
   EXPECT_EQ(qo::toString(-HUGE_VAL), String(u"-inf"));
 }
 
-TEST(StringTest, AddressToStringIsZeroPaddedHex) {
-  EXPECT_EQ(qo::toString(static_cast<void const*>(nullptr)), String(u"0x00000000"));
-  EXPECT_EQ(qo::toString(reinterpret_cast<void const*>(std::uintptr_t{0xABCDEF})), String(u"0x00abcdef"));
-  if constexpr (sizeof(void*) == 8) {
-    EXPECT_EQ(qo::toString(reinterpret_cast<void const*>(std::uintptr_t{0x123456789A})), String(u"0x123456789a"));
-  }
-}
-
-TEST(StringTest, StreamsWriteUtf8) {
+TEST(StringTest, StreamsWriteUtf8AndConstructionFromNullAndLengths) {
   std::ostringstream out;
   out << String(u"caf\u00E9 \xD800");
   EXPECT_EQ(out.str(), "caf\xC3\xA9 \xEF\xBF\xBD");
   std::ostringstream printed;
   qo::PrintTo(String(u"a\"\\\n\u00E9\xD83D\xDE00\xDC00"), &printed);
   EXPECT_EQ(printed.str(), "u\"a\\\"\\\\\\u000A\xC3\xA9\xF0\x9F\x98\x80\\uDC00\"");
-}
-
-TEST(StringTest, ConstructionFromNullAndLengths) {
   EXPECT_EQ(String(static_cast<char16_t const*>(nullptr)), String());
   EXPECT_EQ(String(static_cast<char16_t const*>(nullptr), 0), String());
   EXPECT_EQ(String(u"abc", 2), String(u"ab"));

@@ -40,18 +40,28 @@ TYPED_TEST_SUITE(TBufferTypedTest, ElementTypes);
 
 }  // namespace
 
-TEST(TBufferTest, EmptyBufferHasNoStorage) {
-  Bytes b;
-  EXPECT_EQ(b.getSize(), 0);
-  EXPECT_EQ(b.getCapacity(), 0);
-  EXPECT_TRUE(b.isEmpty());
-  EXPECT_EQ(b.getData(), nullptr);
-  b.append(nullptr, 0);
-  EXPECT_EQ(b.getSize(), 0);
-  EXPECT_EQ(b.clone()->getSize(), 0);
+TEST(TBufferTest, EmptyBufferHasNoStorageAndCloneIsDeepAndTight) {
+  Bytes empty;
+  EXPECT_EQ(empty.getSize(), 0);
+  EXPECT_EQ(empty.getCapacity(), 0);
+  EXPECT_TRUE(empty.isEmpty());
+  EXPECT_EQ(empty.getData(), nullptr);
+  empty.append(nullptr, 0);
+  EXPECT_EQ(empty.getSize(), 0);
+  EXPECT_EQ(empty.clone()->getSize(), 0);
+  // A clone is deep and tight.
+  unsigned char const data[3] = {9, 8, 7};
+  P<Bytes> a = newP<Bytes>(data, 3);
+  a->reserve(50);
+  P<Bytes> b = a->clone();
+  EXPECT_NE(a, b);
+  EXPECT_EQ(b->getCapacity(), 3);
+  (*b)[0] = 1;
+  EXPECT_EQ((*a)[0], 9);
+  EXPECT_EQ(contents(*b), (std::vector<unsigned char>{1, 8, 7}));
 }
 
-TYPED_TEST(TBufferTypedTest, AppendKeepsElementsInOrderAcrossGrowth) {
+TYPED_TEST(TBufferTypedTest, AppendAndSetSizeKeepElementsAcrossGrowth) {
   TBuffer<TypeParam> b;
   std::vector<TypeParam> expected;
   for (int i = 0; i < 1000; ++i) {
@@ -62,20 +72,17 @@ TYPED_TEST(TBufferTypedTest, AppendKeepsElementsInOrderAcrossGrowth) {
   ASSERT_EQ(b.getSize(), 3000);
   EXPECT_TRUE(std::equal(expected.begin(), expected.end(), b.getData()));
   EXPECT_GE(b.getCapacity(), b.getSize());
-}
-
-TYPED_TEST(TBufferTypedTest, SetSizeKeepsThePrefix) {
   TypeParam const data[4] = {TypeParam(1), TypeParam(2), TypeParam(3), TypeParam(4)};
-  TBuffer<TypeParam> b(data, 4);
-  b.setSize(100);
-  b.setSize(2);
-  b.setSize(3000);
-  EXPECT_EQ(b.getSize(), 3000);
-  EXPECT_EQ(b[0], TypeParam(1));
-  EXPECT_EQ(b[1], TypeParam(2));
+  TBuffer<TypeParam> c(data, 4);  // setSize keeps the prefix
+  c.setSize(100);
+  c.setSize(2);
+  c.setSize(3000);
+  EXPECT_EQ(c.getSize(), 3000);
+  EXPECT_EQ(c[0], TypeParam(1));
+  EXPECT_EQ(c[1], TypeParam(2));
 }
 
-TEST(TBufferTest, GrowthDoublesButNeverBelowTheNeed) {
+TEST(TBufferTest, GrowthDoublesButNeverBelowTheNeedAndReserveIsExact) {
   Bytes b;
   b.setSize(10);
   EXPECT_EQ(b.getCapacity(), 10);
@@ -88,26 +95,24 @@ TEST(TBufferTest, GrowthDoublesButNeverBelowTheNeed) {
   unsigned char const one = 7;
   b.append(&one, 1);
   EXPECT_EQ(b.getCapacity(), 82);
-}
-
-TEST(TBufferTest, ReserveAllocatesExactlyAndNeverShrinks) {
-  Bytes b;
-  b.reserve(10);
-  EXPECT_EQ(b.getCapacity(), 10);
-  EXPECT_EQ(b.getSize(), 0);
-  b.reserve(5);
-  EXPECT_EQ(b.getCapacity(), 10);
-  b.reserve(11);
-  EXPECT_EQ(b.getCapacity(), 11);
+  // reserve allocates exactly and never shrinks.
+  Bytes r;
+  r.reserve(10);
+  EXPECT_EQ(r.getCapacity(), 10);
+  EXPECT_EQ(r.getSize(), 0);
+  r.reserve(5);
+  EXPECT_EQ(r.getCapacity(), 10);
+  r.reserve(11);
+  EXPECT_EQ(r.getCapacity(), 11);
   unsigned char const data[3] = {1, 2, 3};
-  b.append(data, 3);
-  b.clear();
-  EXPECT_EQ(b.getSize(), 0);
-  EXPECT_EQ(b.getCapacity(), 11);
-  b.setSize(3);
-  b.shrinkToFit();
-  EXPECT_EQ(b.getCapacity(), 3);
-  EXPECT_EQ(contents(b), (std::vector<unsigned char>{1, 2, 3}));
+  r.append(data, 3);
+  r.clear();
+  EXPECT_EQ(r.getSize(), 0);
+  EXPECT_EQ(r.getCapacity(), 11);
+  r.setSize(3);
+  r.shrinkToFit();
+  EXPECT_EQ(r.getCapacity(), 3);
+  EXPECT_EQ(contents(r), (std::vector<unsigned char>{1, 2, 3}));
 }
 
 TEST(TBufferTest, SetSizeZeroedClearsOnlyTheNewTail) {
@@ -137,18 +142,6 @@ TEST(TBufferTest, AppendFromItselfSurvivesReallocation) {
   b.append(b[0]);  // one element out of the storage being replaced
   EXPECT_EQ(b.getSize(), 12);
   EXPECT_EQ(b[11], 1);
-}
-
-TEST(TBufferTest, CloneIsDeepAndTight) {
-  unsigned char const data[3] = {9, 8, 7};
-  P<Bytes> a = newP<Bytes>(data, 3);
-  a->reserve(50);
-  P<Bytes> b = a->clone();
-  EXPECT_NE(a, b);
-  EXPECT_EQ(b->getCapacity(), 3);
-  (*b)[0] = 1;
-  EXPECT_EQ((*a)[0], 9);
-  EXPECT_EQ(contents(*b), (std::vector<unsigned char>{1, 8, 7}));
 }
 
 TEST(TBufferTest, BadSizesThrowInvalidArg) {

@@ -13,7 +13,7 @@ String const* seen(TConstOptRef<String> ref) { return ref.getPtr(); }
 
 }  // namespace
 
-TEST(TConstOptRefTest, EmptyForms) {
+TEST(TConstOptRefTest, EmptyFormsAndRefersWithoutCopying) {
   for (TConstOptRef<String> const& ref : {TConstOptRef<String>(), TConstOptRef<String>(nil),
                                           TConstOptRef<String>(std::nullopt), TConstOptRef<String>::fromPtr(nullptr)}) {
     EXPECT_FALSE(ref.hasValue());
@@ -21,9 +21,6 @@ TEST(TConstOptRefTest, EmptyForms) {
     EXPECT_EQ(ref.getPtr(), nullptr);
     EXPECT_EQ(ref.getOr(u"fallback"), String(u"fallback"));
   }
-}
-
-TEST(TConstOptRefTest, RefersWithoutCopying) {
   String const name(u"host");
   TConstOptRef<String> const ref(name);
   EXPECT_TRUE(ref.hasValue());

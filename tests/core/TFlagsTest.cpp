@@ -24,7 +24,7 @@ TEST(TFlagsTest, EnumValuesAreBitIndices) {
   EXPECT_EQ((TFlags<Wide>{Wide::kLow, Wide::kMid, Wide::kTop}).getRaw(), (1ull << 63) | (1ull << 31) | 1ull);
 }
 
-TEST(TFlagsTest, SetClearHas) {
+TEST(TFlagsTest, SetClearHasAndSetOperations) {
   TFlags<Plain> f;
   EXPECT_TRUE(f.isEmpty());
   f.set(kB).set(kC);
@@ -37,9 +37,6 @@ TEST(TFlagsTest, SetClearHas) {
   EXPECT_EQ(f, TFlags<Plain>(kA));
   f.clear();
   EXPECT_TRUE(f.isEmpty());
-}
-
-TEST(TFlagsTest, SetOperations) {
   TFlags<Plain> const ab{kA, kB};
   TFlags<Plain> const bc{kB, kC};
   EXPECT_EQ(ab | bc, (TFlags<Plain>{kA, kB, kC}));

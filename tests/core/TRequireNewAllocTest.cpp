@@ -27,14 +27,11 @@ public:
 
 const String kMessage = u"Objects of class qo::TRequireNewAlloc<qo::CBase> must be allocated with new.";
 
-TEST(TRequireNewAllocTest, HeapObjectsAreBuilt) {
+TEST(TRequireNewAllocTest, HeapObjectsAreBuiltStackObjectThrowsWithTypeName) {
   P<CHeapOnly> a(new CHeapOnly(5));
   EXPECT_EQ(a->m_value, 5);
   P<CHeapOnly> b(new (CBase::RawNew{}) CHeapOnly);
   EXPECT_EQ(b->getRefCountForDebugging(), 1);
-}
-
-TEST(TRequireNewAllocTest, StackObjectThrowsWithTypeName) {
   try {
     CHeapOnly onStack;
     FAIL() << "built on the stack";
@@ -47,7 +44,7 @@ TEST(TRequireNewAllocTest, StackObjectThrowsWithTypeName) {
   }
 }
 
-TEST(TRequireNewAllocTest, MemberAndCopyOnStackThrow) {
+TEST(TRequireNewAllocTest, MemberAndCopyOnStackThrowAndFailedConstructionLeavesNoFlag) {
   struct Holder {
     CHeapOnly member;
   };
@@ -56,9 +53,7 @@ TEST(TRequireNewAllocTest, MemberAndCopyOnStackThrow) {
   EXPECT_THROW(CHeapOnly copy(*heap), CError);
   P<CHeapOnly> heapCopy(new CHeapOnly(*heap));
   EXPECT_EQ(heapCopy->m_value, 3);
-}
-
-TEST(TRequireNewAllocTest, FailedConstructionLeavesNoStrayFlag) {
+  // A failed construction leaves no stray flag.
   EXPECT_THROW(new CThrowsAfterCheck, std::runtime_error);
   EXPECT_THROW(CHeapOnly onStack, CError);
 }
