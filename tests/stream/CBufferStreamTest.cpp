@@ -22,6 +22,7 @@ using qo::String;
 using qo::TBuffer;
 using qo::TConstBufferSlice;
 using qo::test::catchError;
+using qo::test::ioError;
 
 namespace {
 using Bytes = TBuffer<unsigned char>;
@@ -98,10 +99,7 @@ TEST(CBufferStreamTest, ReadsDeliverWhatIsLeft) {
   EXPECT_TRUE(stream->waitReadable(0));
 
   stream->seek(8);
-  auto error = catchError<CIOError>([&] { stream->read(out, 4); });
-  ASSERT_TRUE(error);
-  EXPECT_EQ(error->getErrorCode(), CIOError::kUnexpectedEOF);
-  EXPECT_EQ(error->getMessage(), String(u"Unexpected end of data."));
+  ioError([&] { stream->read(out, 4); }, CIOError::kUnexpectedEOF, u"Unexpected end of data.");
   EXPECT_EQ(std::string(out, 3), "rld");
   EXPECT_EQ(stream->getPosition(), 11);
 }
@@ -114,9 +112,8 @@ TEST(CBufferStreamTest, SeekAcceptsZeroToLength) {
   }
   for (long long p : {-1LL, 4LL, 1000LL}) {
     SCOPED_TRACE(p);
-    auto error = catchError<CIOError>([&] { stream->seek(p); });
+    auto error = ioError([&] { stream->seek(p); }, CIOError::kSeekFailed);
     ASSERT_TRUE(error);
-    EXPECT_EQ(error->getErrorCode(), CIOError::kSeekFailed);
     EXPECT_EQ(error->getParams().lookupLong(u"pos", 0), p);
     EXPECT_EQ(error->getParams().lookupLong(u"length", 0), 3);
     EXPECT_EQ(stream->getPosition(), 1);
@@ -134,12 +131,7 @@ TEST(CBufferStreamTest, TheReadOnlyFormRefusesEveryWrite) {
       [&] { stream->writeKeepBuffer(TConstBufferSlice<unsigned char>(bytes, 0, 1)); },
       [&] { stream->setLength(1); },
   };
-  for (auto const& call : calls) {
-    auto error = catchError<CIOError>(call);
-    ASSERT_TRUE(error);
-    EXPECT_EQ(error->getErrorCode(), CIOError::kWriteFailed);
-    EXPECT_EQ(error->getMessage(), String(u"Error writing data."));
-  }
+  for (auto const& call : calls) ioError(call, CIOError::kWriteFailed, u"Error writing data.");
   EXPECT_EQ(contentOf(*bytes), "data");
   char out[4];
   stream->read(out, 4);
@@ -159,24 +151,18 @@ TEST(CBufferStreamTest, AClosedStreamRefusesTransfersSeeksAndEndQueries) {
   };
   for (std::size_t i = 0; i < sizeof calls / sizeof calls[0]; ++i) {
     SCOPED_TRACE(i);
-    auto error = catchError<CIOError>(calls[i]);
+    auto error = ioError(calls[i], CIOError::kStreamClosed, u"Error: stream has been closed.");
     ASSERT_TRUE(error);
-    EXPECT_EQ(error->getErrorCode(), CIOError::kStreamClosed);
-    EXPECT_EQ(error->getMessage(), String(u"Error: stream has been closed."));
     EXPECT_EQ(error->getParams().lookup(CIOError::paramURI()), String(u"mem:closed"));
   }
   EXPECT_EQ(stream->getLength(), 3);
 }
 
-TEST(CBufferStreamTest, RangeLocksAreRefused) {
+TEST(CBufferStreamTest, RangeLocksAreRefusedAndWriteBarriersAreNewDummies) {
   P<CBufferStream> stream = qo::newP<CBufferStream>();
   auto error = catchError<CIOError>([&] { (void)stream->lockRange(0, 1, IStreamBase::LockShared); });
   ASSERT_TRUE(error);
   EXPECT_EQ(error->getMessage(), String(u"Buffer stream does not support range locking."));
-}
-
-TEST(CBufferStreamTest, WriteBarriersAreNewDummies) {
-  P<CBufferStream> stream = qo::newP<CBufferStream>();
   P<IWriteBarrier> first = stream->createWriteBarrier(nullptr);
   P<IWriteBarrier> second = stream->createWriteBarrier(first.get());
   ASSERT_TRUE(first);
@@ -186,7 +172,7 @@ TEST(CBufferStreamTest, WriteBarriersAreNewDummies) {
   EXPECT_EQ(stream->getLength(), 2);
 }
 
-TEST(CBufferStreamTest, SetLengthZeroFillsAndPullsThePositionBack) {
+TEST(CBufferStreamTest, SetLengthZeroFillsAndNegativeSizesAreInvalid) {
   P<Bytes> bytes = bytesOf("abcdef");
   P<CBufferStream> stream = qo::newP<CBufferStream>(bytes.get());
   stream->seek(6);
@@ -196,10 +182,6 @@ TEST(CBufferStreamTest, SetLengthZeroFillsAndPullsThePositionBack) {
   EXPECT_EQ(contentOf(*bytes), std::string("abc\0\0", 5));
   EXPECT_EQ(stream->getPosition(), 3);
   EXPECT_THROW(stream->setLength(-1), qo::CInvalidArgError);
-}
-
-TEST(CBufferStreamTest, NegativeSizesAreInvalid) {
-  P<CBufferStream> stream = qo::newP<CBufferStream>();
   char out[1];
   EXPECT_THROW(stream->readLax(out, -1), qo::CInvalidArgError);
   EXPECT_THROW(stream->write(out, -1), qo::CInvalidArgError);
@@ -214,12 +196,6 @@ TEST(CBufferStreamTest, DataAsStringReadsUTF8WithLatin1Fallback) {
     SCOPED_TRACE(c.bytes);
     P<CBufferStream> stream = qo::newP<CBufferStream>(bytesOf(c.bytes).get());
     EXPECT_EQ(stream->getDataAsString(), String(c.text));
+    EXPECT_TRUE(stream->getURI().isEmpty());
   }
-}
-
-TEST(CBufferStreamTest, TheURIIsEmptyUntilSet) {
-  P<CBufferStream> stream = qo::newP<CBufferStream>();
-  EXPECT_TRUE(stream->getURI().isEmpty());
-  stream->setURI(CURI(String(u"mem:x")));
-  EXPECT_EQ(stream->getURI().toString(true), String(u"mem:x"));
 }

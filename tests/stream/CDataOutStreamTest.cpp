@@ -5,6 +5,7 @@
 #include <functional>
 #include <limits>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "qo/core/CIOError.h"
@@ -14,10 +15,12 @@
 #include "qo/stream/CBufferStream.h"
 
 #include "stream/DataStreamTestSupport.h"
+#include "stream/StreamTestSupport.h"
 
 using namespace qo;
 using qo::test::Bytes;
 using qo::test::hexBytes;
+using qo::test::ioError;
 
 namespace {
 
@@ -138,15 +141,12 @@ TEST(CDataOutStreamTest, LongStringsKeepTheSameRecord) {
       String const text(length, unit);
       std::string const utf8 = text.toUTF8();
       Bytes expected(4, '\0');
-      expected[0] = static_cast<char>(utf8.size() & 0xFF);
-      expected[1] = static_cast<char>((utf8.size() >> 8) & 0xFF);
-      expected[2] = static_cast<char>((utf8.size() >> 16) & 0xFF);
+      for (int i = 0; i < 3; ++i) expected[i] = static_cast<char>((utf8.size() >> (8 * i)) & 0xFF);
       expected += utf8;
-      Sink viaString;
+      Sink viaString, viaUTF8;
       viaString.out.writeString(text);
-      EXPECT_EQ(expected, viaString.bytes());
-      Sink viaUTF8;
       viaUTF8.out.writeUTF8(utf8);
+      EXPECT_EQ(expected, viaString.bytes());
       EXPECT_EQ(expected, viaUTF8.bytes());
     }
   }
@@ -184,33 +184,35 @@ TEST(CDataOutStreamTest, PatchFillsInAPlaceholderAndReturnsToTheEnd) {
   EXPECT_EQ(hexBytes("2A 00 00 00 07 00 00 00") + "payload" + hexBytes("EE"), sink.bytes());
 }
 
+namespace {
+struct PatchCase {
+  char const* name;
+  std::function<void(CDataOutStream&)> write;
+  std::function<void(CDataOutStream&, long long)> patch;
+};
+
+template <class V, class A>
+PatchCase patchCase(char const* name, CDataOutStream& (CDataOutStream::*write)(V),
+                    CDataOutStream& (CDataOutStream::*patch)(long long, V), A value) {
+  std::decay_t<V> const v(value);
+  return {name, [=](CDataOutStream& o) { (o.*write)(v); }, [=](CDataOutStream& o, long long p) { (o.*patch)(p, v); }};
+}
+}  // namespace
+
 TEST(CDataOutStreamTest, EachPatchWritesWhatItsWriteWrites) {
-  struct PatchCase {
-    char const* name;
-    std::function<void(CDataOutStream&)> write;
-    std::function<void(CDataOutStream&, long long)> patch;
-  };
+  using O = CDataOutStream;
   PatchCase const cases[] = {
-      {"Int8", [](CDataOutStream& o) { o.writeInt8(-5); }, [](CDataOutStream& o, long long p) { o.patchInt8(p, -5); }},
-      {"UInt8", [](CDataOutStream& o) { o.writeUInt8(250); },
-       [](CDataOutStream& o, long long p) { o.patchUInt8(p, 250); }},
-      {"Int16", [](CDataOutStream& o) { o.writeInt16(-300); },
-       [](CDataOutStream& o, long long p) { o.patchInt16(p, -300); }},
-      {"UInt16", [](CDataOutStream& o) { o.writeUInt16(65000); },
-       [](CDataOutStream& o, long long p) { o.patchUInt16(p, 65000); }},
-      {"Int32", [](CDataOutStream& o) { o.writeInt32(-70000); },
-       [](CDataOutStream& o, long long p) { o.patchInt32(p, -70000); }},
-      {"UInt32", [](CDataOutStream& o) { o.writeUInt32(4000000000u); },
-       [](CDataOutStream& o, long long p) { o.patchUInt32(p, 4000000000u); }},
-      {"Int64", [](CDataOutStream& o) { o.writeInt64(-(1LL << 40)); },
-       [](CDataOutStream& o, long long p) { o.patchInt64(p, -(1LL << 40)); }},
-      {"UInt64", [](CDataOutStream& o) { o.writeUInt64(~0ULL - 1); },
-       [](CDataOutStream& o, long long p) { o.patchUInt64(p, ~0ULL - 1); }},
-      {"Bool", [](CDataOutStream& o) { o.writeBool(true); }, [](CDataOutStream& o, long long p) { o.patchBool(p, true); }},
-      {"Double", [](CDataOutStream& o) { o.writeDouble(-44100.25); },
-       [](CDataOutStream& o, long long p) { o.patchDouble(p, -44100.25); }},
-      {"String", [](CDataOutStream& o) { o.writeString(u"\u00E9t\u00E9"); },
-       [](CDataOutStream& o, long long p) { o.patchString(p, u"\u00E9t\u00E9"); }},
+      patchCase("Int8", &O::writeInt8, &O::patchInt8, -5),
+      patchCase("UInt8", &O::writeUInt8, &O::patchUInt8, 250),
+      patchCase("Int16", &O::writeInt16, &O::patchInt16, -300),
+      patchCase("UInt16", &O::writeUInt16, &O::patchUInt16, 65000),
+      patchCase("Int32", &O::writeInt32, &O::patchInt32, -70000),
+      patchCase("UInt32", &O::writeUInt32, &O::patchUInt32, 4000000000u),
+      patchCase("Int64", &O::writeInt64, &O::patchInt64, -(1LL << 40)),
+      patchCase("UInt64", &O::writeUInt64, &O::patchUInt64, ~0ULL - 1),
+      patchCase("Bool", &O::writeBool, &O::patchBool, true),
+      patchCase("Double", &O::writeDouble, &O::patchDouble, -44100.25),
+      patchCase("String", &O::writeString, &O::patchString, u"\u00E9t\u00E9"),
   };
   for (PatchCase const& c : cases) {
     SCOPED_TRACE(c.name);
@@ -218,7 +220,6 @@ TEST(CDataOutStreamTest, EachPatchWritesWhatItsWriteWrites) {
     expected.out.writeUInt8(0x11);
     c.write(expected.out);
     expected.out.writeUInt8(0x22);
-
     // The same layout with zero bytes where the value goes, patched later.
     Sink patched;
     patched.out.writeUInt8(0x11);
@@ -232,24 +233,16 @@ TEST(CDataOutStreamTest, EachPatchWritesWhatItsWriteWrites) {
   }
 }
 
-TEST(CDataOutStreamTest, FailedPatchWriteLeavesThePatchPosition) {
+TEST(CDataOutStreamTest, FailedPatchLeavesThePosition) {
   P<TBuffer<unsigned char>> bytes = newP<TBuffer<unsigned char>>(10);
   P<CBufferStream> readOnly = newP<CBufferStream>(static_cast<TBuffer<unsigned char> const*>(bytes.get()));
   readOnly->seek(8);
   CDataOutStream out(readOnly.get());
-  try {
-    out.patchInt32(2, 5);
-    FAIL() << "writing to a read-only stream succeeded";
-  } catch (CIOError const& e) {
-    EXPECT_EQ(CIOError::kWriteFailed, e.getErrorCode());
-  }
-  EXPECT_EQ(2, out.getPosition());
-}
-
-TEST(CDataOutStreamTest, FailedPatchSeekLeavesThePosition) {
+  ioError([&] { out.patchInt32(2, 5); }, CIOError::kWriteFailed);
+  EXPECT_EQ(2, out.getPosition());  // a failed write stays at the patch position
   Sink sink;
   sink.out.writeInt32(1);
-  EXPECT_THROW(sink.out.patchInt32(100, 5), CIOError);
+  EXPECT_THROW(sink.out.patchInt32(100, 5), CIOError);  // a failed seek does not move
   EXPECT_EQ(4, sink.out.getPosition());
   EXPECT_EQ(hexBytes("01 00 00 00"), sink.bytes());
 }
@@ -264,11 +257,8 @@ TEST(CDataOutStreamTest, LoneSurrogateThrowsAndWritesNothing) {
   }
 }
 
-TEST(CDataOutStreamTest, NullInnerStreamIsRefused) {
-  EXPECT_THROW(CDataOutStream(nullptr), CInvalidArgError);
-}
-
 TEST(CDataOutStreamTest, StreamOperationsReachTheInnerStream) {
+  EXPECT_THROW(CDataOutStream(nullptr), CInvalidArgError);
   P<CBufferStream> inner = newP<CBufferStream>();
   inner->setURI(CURI(u"file:///tmp/record.bin"));
   P<CDataOutStream> out = newP<CDataOutStream>(inner.get());
@@ -288,17 +278,7 @@ TEST(CDataOutStreamTest, StreamOperationsReachTheInnerStream) {
   EXPECT_EQ(3, out->getLength());
   EXPECT_NE(nullptr, out->createWriteBarrier(nullptr).get());
   out->flush();
-  try {
-    (void)out->lockRange(0, 1, IStreamBase::LockShared);
-    FAIL() << "the buffer stream locked a range";
-  } catch (CIOError const& e) {
-    EXPECT_EQ(CIOError::kUnsupported, e.getErrorCode());
-  }
+  ioError([&] { (void)out->lockRange(0, 1, IStreamBase::LockShared); }, CIOError::kUnsupported);
   out->close();
-  try {
-    out->writeInt32(1);
-    FAIL() << "wrote to a closed stream";
-  } catch (CIOError const& e) {
-    EXPECT_EQ(CIOError::kStreamClosed, e.getErrorCode());
-  }
+  ioError([&] { out->writeInt32(1); }, CIOError::kStreamClosed);
 }

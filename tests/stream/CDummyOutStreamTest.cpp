@@ -9,7 +9,6 @@
 using qo::CIOError;
 using qo::IStreamBase;
 using qo::P;
-using qo::test::catchError;
 
 TEST(CDummyOutStreamTest, DiscardsButCounts) {
   P<qo::CDummyOutStream> sink = qo::newP<qo::CDummyOutStream>();
@@ -24,7 +23,5 @@ TEST(CDummyOutStreamTest, DiscardsButCounts) {
   EXPECT_THROW(sink->seek(-1), CIOError);
   EXPECT_THROW((void)sink->lockRange(0, 1, IStreamBase::LockExclusive), CIOError);
   sink->close();
-  auto error = catchError<CIOError>([&] { sink->write("x", 1); });
-  ASSERT_TRUE(error);
-  EXPECT_EQ(error->getErrorCode(), CIOError::kStreamClosed);
+  qo::test::ioError([&] { sink->write("x", 1); }, CIOError::kStreamClosed);
 }

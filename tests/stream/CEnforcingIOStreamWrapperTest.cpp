@@ -20,6 +20,7 @@ using qo::String;
 using qo::TBuffer;
 using qo::TConstBufferSlice;
 using qo::test::catchError;
+using qo::test::ioError;
 
 namespace {
 
@@ -90,10 +91,8 @@ TEST(CEnforcingIOStreamWrapperTest, MisalignedPositionsAndSizesAreRefusedBeforeT
   };
   for (Case const& c : cases) {
     SCOPED_TRACE(c.name);
-    auto error = catchError<CIOError>(c.call);
+    auto error = ioError(c.call, CIOError::kPositionNotAligned, positionText(c.value).c_str());
     ASSERT_TRUE(error);
-    EXPECT_EQ(error->getErrorCode(), CIOError::kPositionNotAligned);
-    EXPECT_EQ(error->getMessage(), positionText(c.value));
     EXPECT_EQ(error->getTraceListString(), String("CEnforcingIOStreamWrapper::") + String(c.name));
     EXPECT_EQ(f.inner->getPosition(), 0);
     EXPECT_EQ(f.inner->getLength(), 4096);
@@ -103,16 +102,9 @@ TEST(CEnforcingIOStreamWrapperTest, MisalignedPositionsAndSizesAreRefusedBeforeT
 TEST(CEnforcingIOStreamWrapperTest, AMisalignedStartPositionIsRefused) {
   Fixture f;
   f.inner->seek(100);  // moved behind the wrapper's back
-  for (int op = 0; op < 2; ++op) {
-    SCOPED_TRACE(op);
-    auto error = catchError<CIOError>([&] {
-      if (op == 0) f.strict->read(f.memory, 512);
-      if (op == 1) f.strict->write(f.memory, 512);
-    });
-    ASSERT_TRUE(error);
-    EXPECT_EQ(error->getMessage(), positionText(100));
-    EXPECT_EQ(f.inner->getPosition(), 100);
-  }
+  ioError([&] { f.strict->read(f.memory, 512); }, CIOError::kPositionNotAligned, positionText(100).c_str());
+  ioError([&] { f.strict->write(f.memory, 512); }, CIOError::kPositionNotAligned, positionText(100).c_str());
+  EXPECT_EQ(f.inner->getPosition(), 100);
 }
 
 TEST(CEnforcingIOStreamWrapperTest, MisalignedBuffersAreRefused) {
@@ -136,17 +128,12 @@ TEST(CEnforcingIOStreamWrapperTest, MisalignedBuffersAreRefused) {
     };
     for (Case const& c : cases) {
       SCOPED_TRACE(c.name);
-      auto error = catchError<CIOError>(c.call);
-      ASSERT_TRUE(error);
-      EXPECT_EQ(error->getErrorCode(), CIOError::kBufferNotAligned);
-      EXPECT_EQ(error->getMessage(), bufferText());
+      ioError(c.call, CIOError::kBufferNotAligned, bufferText().c_str());
       EXPECT_EQ(f.inner->getPosition(), 0);
     }
   }
-  auto error = catchError<CIOError>([&] { f.strict->writeKeepBuffer(whole.slice(offset, 512)); });
-  ASSERT_TRUE(error);
-  EXPECT_EQ(error->getErrorCode(), CIOError::kBufferNotAligned);
-  EXPECT_EQ(error->getMessage(), bufferText());
+  ioError([&] { f.strict->writeKeepBuffer(whole.slice(offset, 512)); }, CIOError::kBufferNotAligned,
+          bufferText().c_str());
 }
 
 TEST(CEnforcingIOStreamWrapperTest, AlignedCallsReachTheInnerStream) {

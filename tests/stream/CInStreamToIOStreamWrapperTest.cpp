@@ -16,7 +16,7 @@ using qo::P;
 using qo::String;
 using qo::TBuffer;
 using qo::TConstBufferSlice;
-using qo::test::catchError;
+using qo::test::ioError;
 using qo::test::CScriptedInStream;
 
 TEST(CInStreamToIOStreamWrapperTest, EveryWriteSideOperationIsRefused) {
@@ -41,10 +41,8 @@ TEST(CInStreamToIOStreamWrapperTest, EveryWriteSideOperationIsRefused) {
   };
   for (auto const& c : cases) {
     SCOPED_TRACE(c.place);
-    auto error = catchError<CIOError>(c.call);
+    auto error = ioError(c.call, CIOError::kWriteFailed, c.text);
     ASSERT_TRUE(error);
-    EXPECT_EQ(error->getErrorCode(), CIOError::kWriteFailed);
-    EXPECT_EQ(error->getMessage(), String(c.text));
     EXPECT_EQ(error->getTraceListString(), String(c.place));
     EXPECT_EQ(error->getParams().lookup(CIOError::paramURI()), String(u"test:readonly"));
   }

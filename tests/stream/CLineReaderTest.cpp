@@ -75,20 +75,20 @@ TEST(CLineReaderTest, LineEndPositionsAndStreamAccess) {
   P<CBufferStream> stream = streamOf("ab\r\ncd\n\nef");
   CLineReader reader(stream.get());
   EXPECT_EQ(reader.getLine(), String());
-  ASSERT_TRUE(reader.nextLine());
-  EXPECT_EQ(reader.getLineEndPosition(), 2);
-  EXPECT_TRUE(reader.wasStreamAccessedInLastNextLineCall());
-  ASSERT_TRUE(reader.nextLine());
-  EXPECT_EQ(reader.getLine(), String(u"cd"));
-  EXPECT_EQ(reader.getLineEndPosition(), 6);
-  EXPECT_FALSE(reader.wasStreamAccessedInLastNextLineCall());
-  ASSERT_TRUE(reader.nextLine());
-  EXPECT_EQ(reader.getLine(), String());
-  EXPECT_EQ(reader.getLineEndPosition(), 7);
-  ASSERT_TRUE(reader.nextLine());
-  EXPECT_EQ(reader.getLine(), String(u"ef"));
-  EXPECT_EQ(reader.getLineEndPosition(), 10);
-  EXPECT_TRUE(reader.wasStreamAccessedInLastNextLineCall());  // looked for more
+  struct Step {
+    char16_t const* line;
+    long long end;
+    int accessed;  // -1: not checked
+  } const steps[] = {{u"ab", 2, 1}, {u"cd", 6, 0}, {u"", 7, -1}, {u"ef", 10, 1}};  // the last looked for more
+  for (Step const& step : steps) {
+    SCOPED_TRACE(step.end);
+    ASSERT_TRUE(reader.nextLine());
+    EXPECT_EQ(reader.getLine(), String(step.line));
+    EXPECT_EQ(reader.getLineEndPosition(), step.end);
+    if (step.accessed >= 0) {
+      EXPECT_EQ(reader.wasStreamAccessedInLastNextLineCall(), step.accessed == 1);
+    }
+  }
   EXPECT_FALSE(reader.nextLine());
 }
 

@@ -17,7 +17,7 @@ using qo::P;
 using qo::String;
 using qo::TBuffer;
 using qo::TConstBufferSlice;
-using qo::test::catchError;
+using qo::test::ioError;
 
 namespace {
 using Bytes = TBuffer<unsigned char>;
@@ -65,10 +65,8 @@ TEST(CPartialIOStreamTest, WritesPastTheViewAreRefused) {
   };
   for (auto const& c : cases) {
     SCOPED_TRACE(c.place);
-    auto error = catchError<CIOError>(c.call);
+    auto error = ioError(c.call, CIOError::kWriteFailed, u"write beyond the end of the partial stream");
     ASSERT_TRUE(error);
-    EXPECT_EQ(error->getErrorCode(), CIOError::kWriteFailed);
-    EXPECT_EQ(error->getMessage(), String(u"write beyond the end of the partial stream"));
     EXPECT_EQ(error->getTraceListString(), String(c.place));
     EXPECT_EQ(error->getParams().lookupLong(u"pos", -1), 3);
     EXPECT_EQ(error->getParams().lookupLong(u"size", -1), 2);
@@ -80,10 +78,8 @@ TEST(CPartialIOStreamTest, WritesPastTheViewAreRefused) {
 TEST(CPartialIOStreamTest, SetLengthOnlyWhereTheViewEndsWithItsInnerStream) {
   Fixture middle("0123456789", 3, 4);
   middle.view->setLength(4);  // unchanged: allowed anywhere
-  auto error = catchError<CIOError>([&] { middle.view->setLength(2); });
-  ASSERT_TRUE(error);
-  EXPECT_EQ(error->getErrorCode(), CIOError::kResizeFailed);
-  EXPECT_EQ(error->getMessage(), String(u"the partial stream does not end at the end of its inner stream"));
+  ioError([&] { middle.view->setLength(2); }, CIOError::kResizeFailed,
+          u"the partial stream does not end at the end of its inner stream");
   EXPECT_EQ(middle.content(), "0123456789");
 
   Fixture tail("0123456789", 6, 4);

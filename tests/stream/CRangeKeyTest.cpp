@@ -55,9 +55,9 @@ TEST(CRangeKeyTest, AccessorsAndText) {
   key.setStart(7);
   key.setLength(3);
   EXPECT_FALSE(key.isZero());
+  EXPECT_FALSE(CRangeKey(0, 1).isZero());
   EXPECT_EQ(key.getEnd(), 10);
   EXPECT_EQ(key.toString(), String(u"[7, 10)"));
-  EXPECT_FALSE(CRangeKey(0, 1).isZero());
 }
 
 TEST(CRangeKeyTest, MapLookupFindsTheTouchingRange) {

@@ -35,29 +35,21 @@ char16_t const kPartial[] =
     u"Internal Error: CStreamLockManager::unlockRange called for a range, that does not match the previously locked "
     u"range - it only partially overlaps with it.";
 
-Entry entry(long long start, long long length, int shared, int exclusive) {
-  return Entry(CRangeKey(start, length), Record{shared, exclusive});
-}
-
 // Ranges compare equal when they overlap, so compare start and length.
-std::string describe(std::vector<Entry> const& entries) {
-  std::string text;
-  for (Entry const& e : entries) {
-    text += e.first.toString().toUTF8() + "(" + std::to_string(e.second.sharedCount) + "," +
-            std::to_string(e.second.exclusiveCount) + ") ";
-  }
-  return text;
+std::string text(CRangeKey const& r) { return r.toString().toUTF8() + " "; }
+std::string text(Entry const& e) {
+  return e.first.toString().toUTF8() + "(" + std::to_string(e.second.sharedCount) + "," +
+         std::to_string(e.second.exclusiveCount) + ") ";
+}
+template <class List>
+std::string describe(List const& list) {
+  std::string result;
+  for (auto const& item : list) result += text(item);
+  return result;
 }
 
-std::string describe(TList<CRangeKey> const& ranges) {
-  std::string text;
-  for (CRangeKey const& r : ranges) text += r.toString().toUTF8() + " ";
-  return text;
-}
-
-std::string describe(std::vector<CRangeKey> const& ranges) {
-  return describe(TList<CRangeKey>(ranges.begin(), ranges.end()));
-}
+constexpr IStreamBase::LockType S = IStreamBase::LockShared;
+constexpr IStreamBase::LockType X = IStreamBase::LockExclusive;
 
 /// Expects a lock conflict with the given cause text.
 void expectConflict(CStreamLockManager& locks, long long start, long long length, IStreamBase::LockType type,
@@ -74,82 +66,71 @@ void expectConflict(CStreamLockManager& locks, long long start, long long length
 
 }  // namespace
 
-TEST(CStreamLockManagerTest, OverlappingSharedLocksSplitAndReportOnlyTheNewPart) {
-  CStreamLockManager locks;
-  TList<CRangeKey> fresh;
-  locks.lockRange(0, 100, IStreamBase::LockShared, fresh);
-  EXPECT_EQ(describe(fresh), "[0, 100) ");
-  fresh.clear();
-  locks.lockRange(50, 100, IStreamBase::LockShared, fresh);
-  EXPECT_EQ(describe(fresh), "[100, 150) ");
-  EXPECT_EQ(describe(locks.getLockedRanges()), "[0, 50)(1,0) [50, 100)(2,0) [100, 150)(1,0) ");
+TEST(CStreamLockManagerTest, LocksSplitStoredRangesAndReportOnlyTheNewParts) {
+  struct Step {
+    long long start, length;
+    IStreamBase::LockType type;
+    char const* fresh;
+  };
+  struct Case {
+    std::vector<Step> steps;
+    char const* map;
+  } const cases[] = {
+      {{{0, 100, S, "[0, 100) "}, {50, 100, S, "[100, 150) "}}, "[0, 50)(1,0) [50, 100)(2,0) [100, 150)(1,0) "},
+      // Adjacent ranges do not conflict.
+      {{{10, 10, X, "[10, 20) "}, {0, 10, X, "[0, 10) "}, {20, 5, S, "[20, 25) "}},
+       "[0, 10)(0,1) [10, 20)(0,1) [20, 25)(1,0) "},
+      // Locking across gaps fills each gap.
+      {{{10, 10, S, "[10, 20) "}, {30, 10, S, "[30, 40) "}, {5, 40, S, "[5, 10) [20, 30) [40, 45) "}},
+       "[5, 10)(1,0) [10, 20)(2,0) [20, 30)(1,0) [30, 40)(2,0) [40, 45)(1,0) "},
+  };
+  for (Case const& c : cases) {
+    SCOPED_TRACE(c.map);
+    CStreamLockManager locks;
+    for (Step const& step : c.steps) {
+      TList<CRangeKey> fresh;
+      locks.lockRange(step.start, step.length, step.type, fresh);
+      EXPECT_EQ(describe(fresh), step.fresh);
+    }
+    EXPECT_EQ(describe(locks.getLockedRanges()), c.map);
+  }
 }
 
-TEST(CStreamLockManagerTest, ExclusiveOverSharedIsRefusedAndChangesNothing) {
+TEST(CStreamLockManagerTest, ConflictingRequestsAreRefusedAndChangeNothing) {
   CStreamLockManager locks;
   TList<CRangeKey> fresh;
-  locks.lockRange(10, 10, IStreamBase::LockShared, fresh);
+  locks.lockRange(10, 10, S, fresh);
+  locks.lockRange(100, 10, X, fresh);
   std::string const before = describe(locks.getLockedRanges());
   struct Case {
     long long start, length;
-  } const cases[] = {{10, 10}, {0, 11}, {19, 5}, {0, 100}, {15, 1}};
+    IStreamBase::LockType type;
+    char16_t const* text;
+  } const cases[] = {
+      {10, 10, X, kSharedExist}, {0, 11, X, kSharedExist}, {19, 5, X, kSharedExist}, {0, 100, X, kSharedExist},
+      {15, 1, X, kSharedExist},  {105, 1, S, kExclusiveExists}, {50, 100, S, kExclusiveExists},
+      {105, 1, X, kExclusiveExists}, {50, 100, X, kExclusiveExists},
+      {0, 200, X, kSharedExist},  // the first touched range decides: here the shared one
+  };
   for (Case const& c : cases) {
-    SCOPED_TRACE(c.start);
-    expectConflict(locks, c.start, c.length, IStreamBase::LockExclusive, kSharedExist);
+    SCOPED_TRACE(testing::Message() << c.start << "+" << c.length);
+    expectConflict(locks, c.start, c.length, c.type, c.text);
     EXPECT_EQ(describe(locks.getLockedRanges()), before);
   }
-}
-
-TEST(CStreamLockManagerTest, AnyRequestOverAnExclusiveRangeIsRefused) {
-  CStreamLockManager locks;
-  TList<CRangeKey> fresh;
-  locks.lockRange(100, 10, IStreamBase::LockExclusive, fresh);
-  locks.lockRange(0, 10, IStreamBase::LockShared, fresh);
-  std::string const before = describe(locks.getLockedRanges());
-  for (auto type : {IStreamBase::LockShared, IStreamBase::LockExclusive}) {
-    SCOPED_TRACE(type);
-    expectConflict(locks, 105, 1, type, kExclusiveExists);
-    expectConflict(locks, 50, 100, type, kExclusiveExists);
-    EXPECT_EQ(describe(locks.getLockedRanges()), before);
-  }
-  // The first touched range decides: here the shared one comes first.
-  expectConflict(locks, 0, 200, IStreamBase::LockExclusive, kSharedExist);
-}
-
-TEST(CStreamLockManagerTest, AdjacentRangesDoNotConflict) {
-  CStreamLockManager locks;
-  TList<CRangeKey> fresh;
-  locks.lockRange(10, 10, IStreamBase::LockExclusive, fresh);
-  locks.lockRange(0, 10, IStreamBase::LockExclusive, fresh);
-  locks.lockRange(20, 5, IStreamBase::LockShared, fresh);
-  EXPECT_EQ(describe(fresh), "[10, 20) [0, 10) [20, 25) ");
-  EXPECT_EQ(describe(locks.getLockedRanges()), "[0, 10)(0,1) [10, 20)(0,1) [20, 25)(1,0) ");
-}
-
-TEST(CStreamLockManagerTest, LockingAcrossGapsFillsEachGap) {
-  CStreamLockManager locks;
-  TList<CRangeKey> fresh;
-  locks.lockRange(10, 10, IStreamBase::LockShared, fresh);
-  locks.lockRange(30, 10, IStreamBase::LockShared, fresh);
-  fresh.clear();
-  locks.lockRange(5, 40, IStreamBase::LockShared, fresh);
-  EXPECT_EQ(describe(fresh), "[5, 10) [20, 30) [40, 45) ");
-  EXPECT_EQ(describe(locks.getLockedRanges()),
-            "[5, 10)(1,0) [10, 20)(2,0) [20, 30)(1,0) [30, 40)(2,0) [40, 45)(1,0) ");
 }
 
 TEST(CStreamLockManagerTest, UnlockReportsRangesWhoseLastHoldWent) {
   CStreamLockManager locks;
   TList<CRangeKey> lists;
-  locks.lockRange(0, 100, IStreamBase::LockShared, lists);
-  locks.lockRange(50, 100, IStreamBase::LockShared, lists);
+  locks.lockRange(0, 100, S, lists);
+  locks.lockRange(50, 100, S, lists);
   TList<CRangeKey> released;
-  locks.unlockRange(0, 100, IStreamBase::LockShared, released);
+  locks.unlockRange(0, 100, S, released);
   EXPECT_EQ(describe(released), "[0, 50) ");
   EXPECT_EQ(describe(locks.getLockedRanges()), "[50, 100)(1,0) [100, 150)(1,0) ");
   EXPECT_TRUE(locks.hasAnyLocks());
   released.clear();
-  locks.unlockRange(50, 100, IStreamBase::LockShared, released);
+  locks.unlockRange(50, 100, S, released);
   EXPECT_EQ(describe(released), "[50, 100) [100, 150) ");
   EXPECT_FALSE(locks.hasAnyLocks());
 }
@@ -157,21 +138,21 @@ TEST(CStreamLockManagerTest, UnlockReportsRangesWhoseLastHoldWent) {
 TEST(CStreamLockManagerTest, UnlockRefusalsLeaveTheMapUnchanged) {
   CStreamLockManager locks;
   TList<CRangeKey> lists;
-  locks.lockRange(10, 10, IStreamBase::LockShared, lists);
-  locks.lockRange(40, 10, IStreamBase::LockExclusive, lists);
+  locks.lockRange(10, 10, S, lists);
+  locks.lockRange(40, 10, X, lists);
   std::string const before = describe(locks.getLockedRanges());
   struct Case {
     long long start, length;
     IStreamBase::LockType type;
     char16_t const* text;
   } const cases[] = {
-      {60, 5, IStreamBase::LockShared, kNotLocked},      // nothing there
-      {10, 10, IStreamBase::LockExclusive, kNotLocked},  // held, but shared
-      {40, 10, IStreamBase::LockShared, kNotLocked},     // held, but exclusive
-      {12, 3, IStreamBase::LockShared, kPartial},        // inside a stored range
-      {5, 10, IStreamBase::LockShared, kNotLocked},      // a gap before it
-      {10, 15, IStreamBase::LockShared, kNotLocked},     // a gap after it
-      {15, 40, IStreamBase::LockShared, kPartial},       // starts inside
+      {60, 5, S, kNotLocked},      // nothing there
+      {10, 10, X, kNotLocked},  // held, but shared
+      {40, 10, S, kNotLocked},     // held, but exclusive
+      {12, 3, S, kPartial},        // inside a stored range
+      {5, 10, S, kNotLocked},      // a gap before it
+      {10, 15, S, kNotLocked},     // a gap after it
+      {15, 40, S, kPartial},       // starts inside
   };
   for (Case const& c : cases) {
     SCOPED_TRACE(c.start);
@@ -188,8 +169,8 @@ TEST(CStreamLockManagerTest, EmptyAndNegativeLengthsRecordNothing) {
   CStreamLockManager locks;
   TList<CRangeKey> lists;
   for (long long length : {0LL, -1LL, -100LL}) {
-    locks.lockRange(5, length, IStreamBase::LockExclusive, lists);
-    locks.unlockRange(5, length, IStreamBase::LockShared, lists);
+    locks.lockRange(5, length, X, lists);
+    locks.unlockRange(5, length, S, lists);
   }
   EXPECT_TRUE(lists.empty());
   EXPECT_FALSE(locks.hasAnyLocks());
@@ -198,9 +179,9 @@ TEST(CStreamLockManagerTest, EmptyAndNegativeLengthsRecordNothing) {
 TEST(CStreamLockManagerTest, RangesOutsideTheSigned64BitSpaceAreInvalid) {
   CStreamLockManager locks;
   TList<CRangeKey> lists;
-  EXPECT_THROW(locks.lockRange(-1, 10, IStreamBase::LockShared, lists), qo::CInvalidArgError);
-  EXPECT_THROW(locks.lockRange(INT64_MAX - 5, 10, IStreamBase::LockShared, lists), qo::CInvalidArgError);
-  locks.lockRange(INT64_MAX - 10, 10, IStreamBase::LockShared, lists);
+  EXPECT_THROW(locks.lockRange(-1, 10, S, lists), qo::CInvalidArgError);
+  EXPECT_THROW(locks.lockRange(INT64_MAX - 5, 10, S, lists), qo::CInvalidArgError);
+  locks.lockRange(INT64_MAX - 10, 10, S, lists);
   EXPECT_EQ(lists.size(), 1u);
 }
 
@@ -232,7 +213,7 @@ public:
 
   std::vector<Entry> entries() const {
     std::vector<Entry> result;
-    for (Run const& r : runs()) result.push_back(entry(r.start, r.end - r.start, r.shared, r.exclusive));
+    for (Run const& r : runs()) result.emplace_back(CRangeKey(r.start, r.end - r.start), Record{r.shared, r.exclusive});
     return result;
   }
 
@@ -344,7 +325,7 @@ TEST(CStreamLockManagerTest, RandomRequestsMatchAPerByteModel) {
       heldIndex = static_cast<std::size_t>(random.below(static_cast<int>(held.size())));
       request = held[heldIndex];
     }
-    IStreamBase::LockType const type = request.exclusive ? IStreamBase::LockExclusive : IStreamBase::LockShared;
+    IStreamBase::LockType const type = request.exclusive ? X : S;
     std::vector<CRangeKey> expectedList;
     std::u16string const expectedRefusal =
         isLock ? model.lock(request.start, request.length, request.exclusive, expectedList)
@@ -396,8 +377,8 @@ TEST(CStreamLockManagerTest, ConcurrentSharedHoldersKeepTheCountsRight) {
         long long const start = (t * 7 + i) % 50;
         try {
           TList<CRangeKey> lists;
-          locks.lockRange(start, 20, IStreamBase::LockShared, lists);
-          locks.unlockRange(start, 20, IStreamBase::LockShared, lists);
+          locks.lockRange(start, 20, S, lists);
+          locks.unlockRange(start, 20, S, lists);
         } catch (CError const&) {
           ++failures;
         }

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 
 #include "qo/core/CInvalidArgError.h"
@@ -14,22 +13,18 @@ using qo::CZeroInStream;
 using qo::IStreamBase;
 using qo::P;
 using qo::String;
-using qo::test::catchError;
 
 TEST(CZeroInStreamTest, DeliversLengthZeroBytes) {
   P<CZeroInStream> zeros = qo::newP<CZeroInStream>(5);
   EXPECT_EQ(zeros->getURI().toString(true), String(u"zerostream"));
-  char out[8];
-  std::fill(out, out + 8, 'x');
+  char out[8] = {'x', 'x', 'x', 'x', 'x', 'x', 'x', 'x'};
   EXPECT_EQ(zeros->readLax(out, 8), 5);
   EXPECT_EQ(std::string(out, 6), std::string("\0\0\0\0\0x", 6));
   EXPECT_TRUE(zeros->isEndOfStream());
   zeros->seek(3);
   EXPECT_EQ(zeros->readAvailable(out, 8), 2);
   zeros->seek(5);
-  auto error = catchError<CIOError>([&] { zeros->read(out, 1); });
-  ASSERT_TRUE(error);
-  EXPECT_EQ(error->getErrorCode(), CIOError::kUnexpectedEOF);
+  qo::test::ioError([&] { zeros->read(out, 1); }, CIOError::kUnexpectedEOF);
   EXPECT_THROW(zeros->seek(6), CIOError);
   EXPECT_THROW((void)qo::newP<CZeroInStream>(-1), qo::CInvalidArgError);
   EXPECT_THROW((void)zeros->lockRange(0, 1, IStreamBase::LockShared), CIOError);

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <typeinfo>
 
 #include "qo/stream/CBufferStream.h"
@@ -13,24 +14,6 @@ using qo::IAlignedStreamBase;
 using qo::IIOStream;
 using qo::P;
 
-TEST(IAlignedStreamBaseTest, GetAlignInfoOfPlainAndAlignedStreams) {
-  P<CBufferStream> plain = qo::newP<CBufferStream>();
-  int position = 0, buffer = 0, best = 0;
-  IAlignedStreamBase::getAlignInfo(*plain, position, buffer, best);
-  EXPECT_EQ(position, 1);
-  EXPECT_EQ(buffer, 1);
-  EXPECT_EQ(best, 1);
-
-  P<CEnforcingIOStreamWrapper> aligned = qo::newP<CEnforcingIOStreamWrapper>(plain.get(), 512, 16, 4096);
-  IAlignedStreamBase::getAlignInfo(*aligned, position, buffer, best);
-  EXPECT_EQ(position, 512);
-  EXPECT_EQ(buffer, 16);
-  EXPECT_EQ(best, 4096);
-  EXPECT_EQ(IAlignedStreamBase::getPositionAlignOf(*aligned), 512);
-  EXPECT_EQ(IAlignedStreamBase::getBufferAlignOf(*aligned), 16);
-  EXPECT_EQ(IAlignedStreamBase::getBestPerformancePositionAlignOf(*aligned), 4096);
-}
-
 namespace {
 /// Implements the aligned interface but vetoes casts to it.
 class CVetoingStream : public CEnforcingIOStreamWrapper {
@@ -40,12 +23,21 @@ public:
 };
 }  // namespace
 
-TEST(IAlignedStreamBaseTest, AStreamThatVetoesTheCastCountsAsUnaligned) {
+TEST(IAlignedStreamBaseTest, GetAlignInfoOfPlainAlignedAndVetoingStreams) {
   P<CBufferStream> plain = qo::newP<CBufferStream>();
-  P<CVetoingStream> vetoing = qo::newP<CVetoingStream>(plain.get());
-  int position = 0, buffer = 0, best = 0;
-  IAlignedStreamBase::getAlignInfo(*vetoing, position, buffer, best);
-  EXPECT_EQ(position, 1);
-  EXPECT_EQ(buffer, 1);
-  EXPECT_EQ(best, 1);
+  P<CEnforcingIOStreamWrapper> aligned = qo::newP<CEnforcingIOStreamWrapper>(plain.get(), 512, 16, 4096);
+  P<CVetoingStream> vetoing = qo::newP<CVetoingStream>(plain.get());  // counts as unaligned
+  struct Case {
+    IIOStream* stream;
+    int position, buffer, best;
+  } const cases[] = {{plain.get(), 1, 1, 1}, {aligned.get(), 512, 16, 4096}, {vetoing.get(), 1, 1, 1}};
+  for (Case const& c : cases) {
+    SCOPED_TRACE(c.position);
+    int position = 0, buffer = 0, best = 0;
+    IAlignedStreamBase::getAlignInfo(*c.stream, position, buffer, best);
+    EXPECT_EQ(std::make_tuple(position, buffer, best), std::make_tuple(c.position, c.buffer, c.best));
+  }
+  EXPECT_EQ(IAlignedStreamBase::getPositionAlignOf(*aligned), 512);
+  EXPECT_EQ(IAlignedStreamBase::getBufferAlignOf(*aligned), 16);
+  EXPECT_EQ(IAlignedStreamBase::getBestPerformancePositionAlignOf(*aligned), 4096);
 }

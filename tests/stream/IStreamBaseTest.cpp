@@ -48,4 +48,3 @@ TEST(IStreamBaseTest, BothSidesOfAnIOStreamShareOneBaseAndOneCount) {
   EXPECT_EQ(static_cast<IStreamBase*>(static_cast<IInStream*>(all)),
             static_cast<IStreamBase*>(static_cast<qo::IAlignedStreamBase*>(all)));
 }
-

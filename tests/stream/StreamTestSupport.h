@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "qo/core/CBase.h"
@@ -35,6 +36,20 @@ std::optional<E> catchError(F&& f) {
   }
   ADD_FAILURE() << "no exception";
   return std::nullopt;
+}
+
+/// Runs f and expects a CIOError with the code and, when given, the message;
+/// returns it for further checks.
+template <class F>
+std::optional<CIOError> ioError(F&& f, long long code, char16_t const* message = nullptr) {
+  auto error = catchError<CIOError>(std::forward<F>(f));
+  if (error) {
+    EXPECT_EQ(error->getErrorCode(), code);
+    if (message) {
+      EXPECT_EQ(error->getMessage(), String(message));
+    }
+  }
+  return error;
 }
 
 /// One lockRange call seen by a CScriptedInStream, and whether its lock was
@@ -117,7 +132,6 @@ private:
   int m_bestAlign;
   std::shared_ptr<std::vector<LockCall>> m_locks;
 };
-
 
 }  // namespace qo::test
 
