@@ -50,14 +50,10 @@ protected:
 };
 
 TEST_F(CFileSystemHubTest, UnregisteredSchemeFailsWithProblem6AndTheURI) {
-  struct Case {
-    char16_t const* uri;
-    char const* text;
-  };
+  struct Case { char16_t const* uri; char const* text; };
   Case const cases[] = {
       {u"ftp://host/dir/f%C3%BCr", "ftp://host/dir/f\xC3\xBCr"},  // kept as an IRI: non-ASCII unescaped
-      {u"FILEX:///x", "filex:///x"},
-      {u"relative/path", "relative/path"},  // no scheme at all
+      {u"FILEX:///x", "filex:///x"}, {u"relative/path", "relative/path"},  // no scheme at all
   };
   for (Case const& c : cases) {
     SCOPED_TRACE(c.text);
@@ -70,11 +66,8 @@ TEST_F(CFileSystemHubTest, UnregisteredSchemeFailsWithProblem6AndTheURI) {
   }
   EXPECT_TRUE(m_file->calls().empty());
   EXPECT_TRUE(m_mem->calls().empty());
-}
-
-TEST_F(CFileSystemHubTest, EmptyHubServesNothing) {
-  P<CFileSystemHub> hub = newP<CFileSystemHub>();
-  PC<CError> cause = unservedCause([&] { (void)hub->getFileSystem(uri(u"file:///a")); });
+  P<CFileSystemHub> empty = newP<CFileSystemHub>();
+  PC<CError> cause = unservedCause([&] { (void)empty->getFileSystem(uri(u"file:///a")); });
   ASSERT_TRUE(cause);
   EXPECT_EQ("file:///a", cause->getParams().lookup(u"uri").toUTF8());
 }
@@ -130,7 +123,7 @@ TEST_F(CFileSystemHubTest, OneFileSystemUnderTwoSchemesServesBothObjects) {
   EXPECT_EQ(std::vector<std::string>{"moveFileOrFolder(file:///a,smb://srv/share/b,false)"}, m_file->calls());
 }
 
-TEST_F(CFileSystemHubTest, ReRegistrationReplacesAndNullRemoves) {
+TEST_F(CFileSystemHubTest, ReRegistrationReplacesNullRemovesAndSchemesCompareExactly) {
   P<CFakeFileSystem> second = newP<CFakeFileSystem>();
   auto const before = m_mem->getRefCountForDebugging();
   m_hub->registerFileSystem(u"mem", second.get());
@@ -143,9 +136,6 @@ TEST_F(CFileSystemHubTest, ReRegistrationReplacesAndNullRemoves) {
   m_hub->registerFileSystem(u"mem", nullptr);
   EXPECT_NE(nullptr, unservedCause([&] { m_hub->deleteFile(uri(u"mem:///x"), true); }).get());
   EXPECT_EQ(m_file, m_hub->getFileSystem(uri(u"file:///x")));
-}
-
-TEST_F(CFileSystemHubTest, SchemesCompareExactly) {
   m_hub->registerFileSystem(u"HTTP", m_mem.get());  // CURI schemes are lower case: never matches
   EXPECT_NE(nullptr, unservedCause([&] { (void)m_hub->getFileSystem(uri(u"http://h/x")); }).get());
 }

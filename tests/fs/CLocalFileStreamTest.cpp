@@ -19,8 +19,10 @@ namespace {
 using localfiletest::catchIOError;
 using localfiletest::fileURIText;
 using localfiletest::problemOf;
-using localfiletest::TempFolder;
 using Flags = TFlags<IIOStream::Flags>;
+using Ops = std::vector<std::pair<char const*, std::function<void()>>>;
+
+Flags const kShare{IIOStream::FlagCreate, IIOStream::FlagShareRead, IIOStream::FlagShareWrite};
 
 P<CLocalFileStream> open(String const& path, IIOStream::Access access, Flags flags = Flags()) {
   return newP<CLocalFileStream>(path, access, flags);
@@ -32,8 +34,20 @@ std::string allBytes() {
   return bytes + std::string(70000, 'x');  // more than one read chunk of readLocalFile
 }
 
-TEST(CLocalFileStreamTest, RoundTripKeepsEveryByte) {
-  TempFolder dir;
+void expectLockConflict(std::function<void()> const& body) {
+  CIOError const e = catchIOError(body);
+  EXPECT_EQ(CIOError::kLockFailed, e.getErrorCode());
+  EXPECT_TRUE(e.getParams().lookupBool(IIOStream::errParamLockConflict(), false));
+  EXPECT_EQ(CFileSystemError::kLockConflict, problemOf(e));
+}
+
+class CLocalFileStreamTest : public ::testing::Test {
+protected:
+  P<CLocalFileStream> shared(char const* name) { return open(dir.path(name), IIOStream::AccessReadWrite, kShare); }
+  localfiletest::TempFolder dir;
+};
+
+TEST_F(CLocalFileStreamTest, RoundTripKeepsEveryByte) {
   String const path = dir.path("a.bin");
   std::string const bytes = allBytes();
   P<CLocalFileStream> out = open(path, IIOStream::AccessWriteOnly, IIOStream::FlagCreate);
@@ -42,7 +56,6 @@ TEST(CLocalFileStreamTest, RoundTripKeepsEveryByte) {
   EXPECT_EQ(static_cast<long long>(bytes.size()), out->getLength());
   out->flush();
   out->close();
-
   P<CLocalFileStream> in = open(path, IIOStream::AccessReadOnly, IIOStream::FlagShareRead);
   std::string back(bytes.size(), '\0');
   in->read(&back[0], static_cast<int>(back.size()));
@@ -56,8 +69,7 @@ TEST(CLocalFileStreamTest, RoundTripKeepsEveryByte) {
   EXPECT_EQ(bytes, readLocalFile(path));
 }
 
-TEST(CLocalFileStreamTest, ReadWriteOverwritesInPlace) {
-  TempFolder dir;
+TEST_F(CLocalFileStreamTest, ReadWriteOverwritesInPlace) {
   String const path = dir.path("rw.bin");
   writeLocalFile(path, "abcdef", 6);
   P<CLocalFileStream> s = open(path, IIOStream::AccessReadWrite);
@@ -71,11 +83,11 @@ TEST(CLocalFileStreamTest, ReadWriteOverwritesInPlace) {
   EXPECT_EQ("abXYef", readLocalFile(path));
 }
 
-TEST(CLocalFileStreamTest, AppendWritesAtTheEndEvenAfterSeek) {
-  TempFolder dir;
+TEST_F(CLocalFileStreamTest, AppendWritesAtTheEndEvenAfterSeek) {
   String const path = dir.path("log.txt");
   writeLocalFile(path, "abc", 3);
-  P<CLocalFileStream> s = open(path, IIOStream::AccessAppend, {IIOStream::FlagShareRead, IIOStream::FlagShareWrite});
+  Flags const share{IIOStream::FlagShareRead, IIOStream::FlagShareWrite};
+  P<CLocalFileStream> s = open(path, IIOStream::AccessAppend, share);
   EXPECT_EQ(3, s->getPosition());
   s->seek(0);
   s->write("XY", 2);
@@ -84,49 +96,42 @@ TEST(CLocalFileStreamTest, AppendWritesAtTheEndEvenAfterSeek) {
   s->write("Z", 1);
   EXPECT_EQ(6, s->getPosition());
   // Another writer growing the file meanwhile does not get overwritten.
-  P<CLocalFileStream> other = open(path, IIOStream::AccessAppend, {IIOStream::FlagShareRead, IIOStream::FlagShareWrite});
-  other->write("12", 2);
-  other->close();
+  open(path, IIOStream::AccessAppend, share)->write("12", 2);
   s->write("!", 1);
   s->close();
   EXPECT_EQ("abcXYZ12!", readLocalFile(path));
 }
 
-TEST(CLocalFileStreamTest, OpenFlagsDecideAboutExistingAndMissingFiles) {
+TEST_F(CLocalFileStreamTest, OpenFlagsDecideAboutExistingAndMissingFiles) {
+  using A = IIOStream;
+  long long const kOpens = -1, kOpenFailed = CIOError::kOpenFailed;
   struct Case {
     char const* name;
     bool exists;
     IIOStream::Access access;
     Flags flags;
-    long long kind;     // -1: opens
-    long long problem;  // of the error
-    char const* contentAfter;
+    long long kind, problem;
+    char const* contentAfter;  // nullptr: no file
+  } const cases[] = {
+      {"missing, no create", false, A::AccessReadWrite, Flags(), kOpenFailed, CFileSystemError::kNotFound, nullptr},
+      {"missing, read only", false, A::AccessReadOnly, Flags(), kOpenFailed, CFileSystemError::kNotFound, nullptr},
+      {"missing, truncate only", false, A::AccessWriteOnly, A::FlagTruncate, kOpenFailed, CFileSystemError::kNotFound,
+       nullptr},
+      {"missing, create", false, A::AccessWriteOnly, A::FlagCreate, kOpens, 0, ""},
+      {"missing, create new", false, A::AccessWriteOnly, {A::FlagCreate, A::FlagFailIfExists}, kOpens, 0, ""},
+      {"existing, create new", true, A::AccessWriteOnly, {A::FlagCreate, A::FlagFailIfExists}, kOpenFailed,
+       CFileSystemError::kAlreadyExists, "hello"},
+      {"existing, create", true, A::AccessReadWrite, A::FlagCreate, kOpens, 0, "hello"},
+      {"existing, truncate", true, A::AccessReadWrite, A::FlagTruncate, kOpens, 0, ""},
+      {"existing, create + truncate", true, A::AccessWriteOnly, {A::FlagCreate, A::FlagTruncate}, kOpens, 0, ""},
+      {"existing, plain", true, A::AccessReadOnly, Flags(), kOpens, 0, "hello"},
   };
-  Case const cases[] = {
-      {"missing, no create", false, IIOStream::AccessReadWrite, Flags(), CIOError::kOpenFailed,
-       CFileSystemError::kNotFound, nullptr},
-      {"missing, read only", false, IIOStream::AccessReadOnly, Flags(), CIOError::kOpenFailed,
-       CFileSystemError::kNotFound, nullptr},
-      {"missing, truncate only", false, IIOStream::AccessWriteOnly, IIOStream::FlagTruncate, CIOError::kOpenFailed,
-       CFileSystemError::kNotFound, nullptr},
-      {"missing, create", false, IIOStream::AccessWriteOnly, IIOStream::FlagCreate, -1, 0, ""},
-      {"missing, create new", false, IIOStream::AccessWriteOnly, {IIOStream::FlagCreate, IIOStream::FlagFailIfExists},
-       -1, 0, ""},
-      {"existing, create new", true, IIOStream::AccessWriteOnly, {IIOStream::FlagCreate, IIOStream::FlagFailIfExists},
-       CIOError::kOpenFailed, CFileSystemError::kAlreadyExists, "hello"},
-      {"existing, create", true, IIOStream::AccessReadWrite, IIOStream::FlagCreate, -1, 0, "hello"},
-      {"existing, truncate", true, IIOStream::AccessReadWrite, IIOStream::FlagTruncate, -1, 0, ""},
-      {"existing, create + truncate", true, IIOStream::AccessWriteOnly,
-       {IIOStream::FlagCreate, IIOStream::FlagTruncate}, -1, 0, ""},
-      {"existing, plain", true, IIOStream::AccessReadOnly, Flags(), -1, 0, "hello"},
-  };
-  TempFolder dir;
   int n = 0;
   for (Case const& c : cases) {
     SCOPED_TRACE(c.name);
     String const path = dir.path("f" + std::to_string(n++) + ".txt");
     if (c.exists) writeLocalFile(path, "hello", 5);
-    if (c.kind < 0) {
+    if (c.kind == kOpens) {
       P<CLocalFileStream> s = open(path, c.access, c.flags);
       EXPECT_EQ(static_cast<long long>(std::string(c.contentAfter).size()), s->getLength());
       s->close();
@@ -144,17 +149,12 @@ TEST(CLocalFileStreamTest, OpenFlagsDecideAboutExistingAndMissingFiles) {
       EXPECT_FALSE(localFileExists(path));
     }
   }
-}
-
-TEST(CLocalFileStreamTest, OpeningAFolderIsTheWrongKind) {
-  TempFolder dir;
   CIOError const e = catchIOError([&] { (void)open(dir.path(), IIOStream::AccessReadOnly); });
   EXPECT_EQ(CIOError::kOpenFailed, e.getErrorCode());
   EXPECT_EQ(CFileSystemError::kWrongKind, problemOf(e));
 }
 
-TEST(CLocalFileStreamTest, BadArgumentsAreRefused) {
-  TempFolder dir;
+TEST_F(CLocalFileStreamTest, BadArgumentsAreRefused) {
   String const path = dir.path("x");
   EXPECT_THROW((void)open(path, IIOStream::AccessWriteOnly, IIOStream::FlagFailIfExists), CInvalidArgError);
   EXPECT_THROW((void)open(path, static_cast<IIOStream::Access>(0), IIOStream::FlagCreate), CInvalidArgError);
@@ -171,8 +171,7 @@ TEST(CLocalFileStreamTest, BadArgumentsAreRefused) {
   EXPECT_EQ(-1, e.getParams().lookupLong(u"pos", 0));
 }
 
-TEST(CLocalFileStreamTest, ReadingPastTheEnd) {
-  TempFolder dir;
+TEST_F(CLocalFileStreamTest, ReadingPastTheEnd) {
   String const path = dir.path("five");
   writeLocalFile(path, "hello", 5);
   P<CLocalFileStream> s = open(path, IIOStream::AccessReadOnly);
@@ -184,7 +183,6 @@ TEST(CLocalFileStreamTest, ReadingPastTheEnd) {
   EXPECT_EQ(fileURIText(path), e.getParams().lookup(u"uri").toUTF8());
   EXPECT_EQ("hello", std::string(buffer, 5));
   EXPECT_EQ(5, s->getPosition());
-
   s->seek(2);
   EXPECT_FALSE(s->isEndOfStream());
   EXPECT_EQ(3, s->readLax(buffer, 10));
@@ -197,8 +195,7 @@ TEST(CLocalFileStreamTest, ReadingPastTheEnd) {
   EXPECT_EQ(100, s->getPosition());
 }
 
-TEST(CLocalFileStreamTest, SetLengthGrowsAndShrinks) {
-  TempFolder dir;
+TEST_F(CLocalFileStreamTest, SetLengthGrowsAndShrinks) {
   String const path = dir.path("len");
   P<CLocalFileStream> s = open(path, IIOStream::AccessReadWrite, {IIOStream::FlagCreate, IIOStream::FlagShareRead});
   s->write("abcdef", 6);
@@ -216,33 +213,23 @@ TEST(CLocalFileStreamTest, SetLengthGrowsAndShrinks) {
   EXPECT_EQ("", readLocalFile(path));
 }
 
-TEST(CLocalFileStreamTest, ReadOnlyRefusesWriting) {
-  TempFolder dir;
+TEST_F(CLocalFileStreamTest, AccessModeRefusesTheOtherDirection) {
   String const path = dir.path("ro");
   writeLocalFile(path, "abc", 3);
   P<CLocalFileStream> s = open(path, IIOStream::AccessReadOnly, IIOStream::FlagShareRead);
-  std::vector<std::pair<char const*, std::function<void()>>> const ops = {
-      {"write", [&] { s->write("x", 1); }},
-      {"setLength", [&] { s->setLength(1); }},
-  };
-  for (auto const& op : ops) {
+  for (auto const& op : Ops{{"write", [&] { s->write("x", 1); }}, {"setLength", [&] { s->setLength(1); }}}) {
     SCOPED_TRACE(op.first);
     EXPECT_EQ(CIOError::kWriteFailed, catchIOError(op.second).getErrorCode());
   }
   EXPECT_EQ("abc", readLocalFile(path));
-}
-
-TEST(CLocalFileStreamTest, WriteOnlyRefusesReading) {
-  TempFolder dir;
-  P<CLocalFileStream> s = open(dir.path("wo"), IIOStream::AccessWriteOnly, IIOStream::FlagCreate);
-  s->write("abc", 3);
-  s->seek(0);
+  P<CLocalFileStream> w = open(dir.path("wo"), IIOStream::AccessWriteOnly, IIOStream::FlagCreate);
+  w->write("abc", 3);
+  w->seek(0);
   char buffer[3];
-  EXPECT_EQ(CIOError::kReadFailed, catchIOError([&] { (void)s->readLax(buffer, 3); }).getErrorCode());
+  EXPECT_EQ(CIOError::kReadFailed, catchIOError([&] { (void)w->readLax(buffer, 3); }).getErrorCode());
 }
 
-TEST(CLocalFileStreamTest, ClosedStreamThrowsKind10) {
-  TempFolder dir;
+TEST_F(CLocalFileStreamTest, ClosedStreamThrowsKind10) {
   String const path = dir.path("closed");
   P<CLocalFileStream> s = open(path, IIOStream::AccessReadWrite, IIOStream::FlagCreate);
   s->write("abc", 3);
@@ -252,7 +239,7 @@ TEST(CLocalFileStreamTest, ClosedStreamThrowsKind10) {
   EXPECT_EQ(3, s->getPosition());
   EXPECT_EQ(fileURIText(path), s->getURI().toString(true).toUTF8());
   char buffer[4];
-  std::vector<std::pair<char const*, std::function<void()>>> const ops = {
+  Ops const ops = {
       {"read", [&] { s->read(buffer, 1); }},
       {"readLax", [&] { (void)s->readLax(buffer, 1); }},
       {"write", [&] { s->write("x", 1); }},
@@ -271,19 +258,8 @@ TEST(CLocalFileStreamTest, ClosedStreamThrowsKind10) {
   }
 }
 
-void expectLockConflict(std::function<void()> const& body) {
-  CIOError const e = catchIOError(body);
-  EXPECT_EQ(CIOError::kLockFailed, e.getErrorCode());
-  EXPECT_TRUE(e.getParams().lookupBool(IIOStream::errParamLockConflict(), false));
-  EXPECT_EQ(CFileSystemError::kLockConflict, problemOf(e));
-}
-
-TEST(CLocalFileStreamTest, RangeLocksConflictBetweenStreamsOfOneProcess) {
-  TempFolder dir;
-  String const path = dir.path("locked");
-  Flags const share{IIOStream::FlagCreate, IIOStream::FlagShareRead, IIOStream::FlagShareWrite};
-  P<CLocalFileStream> a = open(path, IIOStream::AccessReadWrite, share);
-  P<CLocalFileStream> b = open(path, IIOStream::AccessReadWrite, share);
+TEST_F(CLocalFileStreamTest, RangeLocksBetweenStreamsOfOneProcess) {
+  P<CLocalFileStream> a = shared("locked"), b = shared("locked");
   P<IStreamLock> held = a->lockRange(0, 10, IStreamBase::LockExclusive);
   expectLockConflict([&] { (void)b->lockRange(5, 10, IStreamBase::LockShared); });
   expectLockConflict([&] { (void)b->lockRange(9, 1, IStreamBase::LockExclusive); });
@@ -291,65 +267,42 @@ TEST(CLocalFileStreamTest, RangeLocksConflictBetweenStreamsOfOneProcess) {
   held = nil;
   P<IStreamLock> whole = b->lockRange(0, 10, IStreamBase::LockExclusive);
   expectLockConflict([&] { (void)a->lockRange(0, 1, IStreamBase::LockShared); });
+  // Shared locks coexist.
+  P<CLocalFileStream> c = shared("shared"), d = shared("shared");
+  P<IStreamLock> lc = c->lockRange(0, 100, IStreamBase::LockShared);
+  P<IStreamLock> ld = d->lockRange(50, 100, IStreamBase::LockShared);
+  expectLockConflict([&] { (void)d->lockRange(0, 10, IStreamBase::LockExclusive); });
+  lc = nil;
+  P<IStreamLock> ex = c->lockRange(0, 50, IStreamBase::LockExclusive);
 }
 
-TEST(CLocalFileStreamTest, SharedRangeLocksCoexist) {
-  TempFolder dir;
-  String const path = dir.path("shared");
-  Flags const share{IIOStream::FlagCreate, IIOStream::FlagShareRead, IIOStream::FlagShareWrite};
-  P<CLocalFileStream> a = open(path, IIOStream::AccessReadWrite, share);
-  P<CLocalFileStream> b = open(path, IIOStream::AccessReadWrite, share);
-  P<IStreamLock> la = a->lockRange(0, 100, IStreamBase::LockShared);
-  P<IStreamLock> lb = b->lockRange(50, 100, IStreamBase::LockShared);
-  expectLockConflict([&] { (void)b->lockRange(0, 10, IStreamBase::LockExclusive); });
-  la = nil;
-  P<IStreamLock> ex = a->lockRange(0, 50, IStreamBase::LockExclusive);
-}
-
-TEST(CLocalFileStreamTest, RangeLocksWithinOneStreamAreCounted) {
-  TempFolder dir;
-  String const path = dir.path("counted");
-  Flags const share{IIOStream::FlagCreate, IIOStream::FlagShareRead, IIOStream::FlagShareWrite};
-  P<CLocalFileStream> a = open(path, IIOStream::AccessReadWrite, share);
-  P<CLocalFileStream> b = open(path, IIOStream::AccessReadWrite, share);
+TEST_F(CLocalFileStreamTest, RangeLocksWithinOneStreamAreCounted) {
+  P<CLocalFileStream> a = shared("counted"), b = shared("counted");
   P<IStreamLock> first = a->lockRange(0, 100, IStreamBase::LockShared);
   P<IStreamLock> second = a->lockRange(50, 100, IStreamBase::LockShared);
   expectLockConflict([&] { (void)a->lockRange(0, 1, IStreamBase::LockExclusive); });
   first = nil;
   expectLockConflict([&] { (void)b->lockRange(100, 10, IStreamBase::LockExclusive); });
   second = nil;
-  // Every hold is gone: the whole range is free for another open.
-  P<IStreamLock> all = b->lockRange(0, 150, IStreamBase::LockExclusive);
+  P<IStreamLock> all = b->lockRange(0, 150, IStreamBase::LockExclusive);  // every hold is gone
 }
 
-TEST(CLocalFileStreamTest, ALockOutlivesItsStreamHandle) {
-  TempFolder dir;
-  String const path = dir.path("outlive");
-  Flags const share{IIOStream::FlagCreate, IIOStream::FlagShareRead, IIOStream::FlagShareWrite};
-  P<IStreamLock> lock = open(path, IIOStream::AccessReadWrite, share)->lockRange(0, 1, IStreamBase::LockExclusive);
-  P<CLocalFileStream> b = open(path, IIOStream::AccessReadWrite, share);
+TEST_F(CLocalFileStreamTest, LocksOutliveTheHandleButNotClose) {
+  P<IStreamLock> lock = shared("outlive")->lockRange(0, 1, IStreamBase::LockExclusive);
+  P<CLocalFileStream> b = shared("outlive");
   expectLockConflict([&] { (void)b->lockRange(0, 1, IStreamBase::LockShared); });
   lock = nil;  // closes the first stream as well
   P<IStreamLock> now = b->lockRange(0, 1, IStreamBase::LockExclusive);
+  P<CLocalFileStream> c = shared("closing"), d = shared("closing");
+  P<IStreamLock> held = c->lockRange(0, 8, IStreamBase::LockExclusive);
+  c->close();
+  P<IStreamLock> mine = d->lockRange(0, 8, IStreamBase::LockExclusive);
+  held = nil;  // releasing after close must not touch d's lock
+  expectLockConflict([&] { (void)shared("closing")->lockRange(0, 8, IStreamBase::LockShared); });
 }
 
-TEST(CLocalFileStreamTest, ClosingDropsTheLocks) {
-  TempFolder dir;
-  String const path = dir.path("closing");
-  Flags const share{IIOStream::FlagCreate, IIOStream::FlagShareRead, IIOStream::FlagShareWrite};
-  P<CLocalFileStream> a = open(path, IIOStream::AccessReadWrite, share);
-  P<CLocalFileStream> b = open(path, IIOStream::AccessReadWrite, share);
-  P<IStreamLock> held = a->lockRange(0, 8, IStreamBase::LockExclusive);
-  a->close();
-  P<IStreamLock> mine = b->lockRange(0, 8, IStreamBase::LockExclusive);
-  held = nil;  // releasing after close must not touch b's lock
-  P<CLocalFileStream> c = open(path, IIOStream::AccessReadWrite, share);
-  expectLockConflict([&] { (void)c->lockRange(0, 8, IStreamBase::LockShared); });
-}
-
-TEST(CLocalFileStreamTest, SharingViolationIsALockConflict) {
+TEST_F(CLocalFileStreamTest, SharingViolationIsALockConflict) {
   if (!localFileSharingIsEnforced()) GTEST_SKIP() << "the OS does not enforce share modes";
-  TempFolder dir;
   String const path = dir.path("exclusive");
   P<CLocalFileStream> a = open(path, IIOStream::AccessReadWrite, IIOStream::FlagCreate);
   expectLockConflict([&] { (void)open(path, IIOStream::AccessReadOnly); });
@@ -359,22 +312,15 @@ TEST(CLocalFileStreamTest, SharingViolationIsALockConflict) {
   expectLockConflict([&] { (void)open(path, IIOStream::AccessWriteOnly, IIOStream::FlagShareRead); });
 }
 
-TEST(CLocalFileStreamTest, DeleteOnCloseRemovesTheFile) {
-  TempFolder dir;
-  String const path = dir.path("temp");
-  P<CLocalFileStream> s =
-      open(path, IIOStream::AccessReadWrite, {IIOStream::FlagCreate, IIOStream::FlagDeleteOnClose});
+TEST_F(CLocalFileStreamTest, DeleteOnCloseAndLockFileFlags) {
+  String const temp = dir.path("temp");
+  P<CLocalFileStream> s = open(temp, IIOStream::AccessReadWrite, {IIOStream::FlagCreate, IIOStream::FlagDeleteOnClose});
   s->write("abc", 3);
-  EXPECT_TRUE(localFileExists(path));
+  EXPECT_TRUE(localFileExists(temp));
   s->close();
-  EXPECT_FALSE(localFileExists(path));
-}
-
-TEST(CLocalFileStreamTest, LockFileFlagGuardsTheFile) {
-  TempFolder dir;
+  EXPECT_FALSE(localFileExists(temp));
   String const path = dir.path("guarded");
-  Flags const flags{IIOStream::FlagCreate, IIOStream::FlagShareRead, IIOStream::FlagShareWrite,
-                    IIOStream::FlagLockFile};
+  Flags const flags = kShare | Flags{IIOStream::FlagLockFile};
   P<CLocalFileStream> a = open(path, IIOStream::AccessWriteOnly, flags);
   EXPECT_TRUE(localFileExists(path + u".lock"));
   expectLockConflict([&] { (void)open(path, IIOStream::AccessReadOnly, flags); });
@@ -384,8 +330,7 @@ TEST(CLocalFileStreamTest, LockFileFlagGuardsTheFile) {
   expectLockConflict([&] { (void)open(path, IIOStream::AccessWriteOnly, flags); });
 }
 
-TEST(CLocalFileStreamTest, NonAsciiNames) {
-  TempFolder dir;
+TEST_F(CLocalFileStreamTest, NonAsciiAndLongPaths) {
   std::string const name = "\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80 x.bin";  // a-umlaut, euro, emoji
   String const path = dir.path(name);
   P<CLocalFileStream> s = open(path, IIOStream::AccessWriteOnly, IIOStream::FlagCreate);
@@ -397,34 +342,26 @@ TEST(CLocalFileStreamTest, NonAsciiNames) {
   EXPECT_EQ("data", readLocalFile(path));
   EXPECT_TRUE(deleteLocalFile(path));
   EXPECT_FALSE(localFileExists(path));
-}
-
-TEST(CLocalFileStreamTest, LongPaths) {
-  TempFolder dir;
   // Each component stays below 255; the whole path passes 260.
-  std::string const folder(150, 'd');
-  std::string const name = std::string(150, 'f') + ".bin";
+  std::string const folder(150, 'd'), longName = std::string(150, 'f') + ".bin";
   localfiletest::fs::create_directories(dir.folder() / folder);
-  String const path = dir.path(folder + "/" + name);
-  ASSERT_GT(path.length(), 300u);
+  String const longPath = dir.path(folder + "/" + longName);
+  ASSERT_GT(longPath.length(), 300u);
   std::string const bytes = allBytes();
-  writeLocalFile(path, bytes.data(), bytes.size());
-  EXPECT_TRUE(localFileExists(path));
-  P<CLocalFileStream> s = open(path, IIOStream::AccessAppend);
-  s->write("!", 1);
-  EXPECT_EQ(String::fromUTF8(name), s->getURI().getName());
-  s->close();
-  EXPECT_EQ(bytes + "!", readLocalFile(path));
-  EXPECT_TRUE(deleteLocalFile(path));
-  EXPECT_FALSE(localFileExists(path));
+  writeLocalFile(longPath, bytes.data(), bytes.size());
+  EXPECT_TRUE(localFileExists(longPath));
+  P<CLocalFileStream> l = open(longPath, IIOStream::AccessAppend);
+  l->write("!", 1);
+  EXPECT_EQ(String::fromUTF8(longName), l->getURI().getName());
+  l->close();
+  EXPECT_EQ(bytes + "!", readLocalFile(longPath));
+  EXPECT_TRUE(deleteLocalFile(longPath));
+  EXPECT_FALSE(localFileExists(longPath));
 }
 
-TEST(CLocalFileStreamTest, WriteKeepBufferWritesTheSlice) {
-  TempFolder dir;
+TEST_F(CLocalFileStreamTest, WriteKeepBufferWritesTheSlice) {
   String const path = dir.path("slice");
-  auto buffer = newP<TBuffer<unsigned char>>();
-  buffer->setSize(5);
-  for (int i = 0; i < 5; ++i) buffer->getData()[i] = static_cast<unsigned char>('a' + i);
+  auto buffer = newP<TBuffer<unsigned char>>(reinterpret_cast<unsigned char const*>("abcde"), 5);
   P<CLocalFileStream> s = open(path, IIOStream::AccessWriteOnly, IIOStream::FlagCreate);
   s->writeKeepBuffer(TConstBufferSlice<unsigned char>(buffer, 1, 3), s->createWriteBarrier(nullptr).get());
   s->close();

@@ -1,20 +1,14 @@
-// CLocalFileSystem on real files in a fresh temporary folder per test: each
-// operation's success and its main failure (error class, problem or kind,
-// "uri"), hard-link identity, listings, moves, unique names, long and
-// non-ASCII paths, links, meta data, and the background worker.
+// CLocalFileSystem on real files: each operation's success and its main
+// failure (error class, problem, "uri"), links, meta data, background worker.
 #include "qo/fs/CLocalFileSystem.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <atomic>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <map>
-#include <set>
 #include <string>
 #include <thread>
 #include <typeinfo>
@@ -26,7 +20,6 @@
 #include "qo/core/CNotImplementedError.h"
 #include "qo/core/CTime.h"
 #include "qo/core/TypeName.h"
-#include "qo/stream/CBufferStream.h"
 #include "LocalFileTestSupport.h"
 
 #ifdef _WIN32
@@ -41,79 +34,45 @@ namespace {
 
 namespace stdfs = std::filesystem;
 using localfiletest::bypassesPermissions;
+using localfiletest::kLongWait;
+using localfiletest::pattern;
 using localfiletest::runsOnWine;
-using Buffer = TBuffer<unsigned char>;
-
-constexpr int kLongWait = 60000;  // an upper bound only; passing runs are quick
+using localfiletest::sourceOf;
 
 std::string describe(CError const& e) {
   return typeNameOf(typeid(e)) + ": " + e.getMessage().toUTF8() + " " + e.getParams().toString().toUTF8();
 }
 
-// Runs f and checks it throws exactly a CFileSystemError with problem and
-// "uri" (and "uri2" when given).
-void expectProblem(std::function<void()> const& f, int problem, CURI const& uri, CURI const* uri2 = nullptr) {
+// Runs f and checks it throws exactly an error of type with problem (unless
+// -1), code (unless -1), "uri" and "uri2" (when given).
+void expectError(std::type_info const& type, std::function<void()> const& f, long long problem, long long code,
+                 CURI const& uri, CURI const* uri2 = nullptr) {
   try {
     f();
     ADD_FAILURE() << "no exception; expected problem " << problem;
   } catch (CError const& e) {
-    EXPECT_EQ(typeid(e), typeid(CFileSystemError)) << describe(e);
-    EXPECT_EQ(CFileSystemError::getProblem(e.getParams()), problem) << describe(e);
+    EXPECT_EQ(typeid(e), type) << describe(e);
+    if (problem != -1) EXPECT_EQ(CFileSystemError::getProblem(e.getParams()), problem) << describe(e);
+    if (code != -1) EXPECT_EQ(e.getErrorCode(), code);
     EXPECT_EQ(e.getParams().lookup(u"uri"), uri.toString(true));
     if (uri2) EXPECT_EQ(e.getParams().lookup(u"uri2"), uri2->toString(true));
   }
 }
-
-// A listener that counts its calls and keeps the last error text.
-class CCountingListener : public CBase, public IDoneListener {
-public:
-  void onBackgroundOpDone(IBackgroundOp*, CError const* error) override {
-    if (error) m_failures++;
-    m_calls++;
-  }
-  std::atomic<int> m_calls{0};
-  std::atomic<int> m_failures{0};
-};
-
-std::string pattern(std::size_t size, unsigned seed) {
-  std::string bytes(size, '\0');
-  unsigned x = seed * 2654435761u + 1;
-  for (char& c : bytes) {
-    x = x * 1103515245u + 12345u;
-    c = static_cast<char>(x >> 24);
-  }
-  return bytes;
-}
-
-P<CBufferStream> sourceOf(std::string const& bytes) {
-  P<Buffer> buffer = newP<Buffer>(reinterpret_cast<unsigned char const*>(bytes.data()),
-                                  static_cast<long long>(bytes.size()));
-  return newP<CBufferStream>(static_cast<Buffer const*>(buffer.get()));
+void expectProblem(std::function<void()> const& f, int problem, CURI const& uri, CURI const* uri2 = nullptr) {
+  expectError(typeid(CFileSystemError), f, problem, -1, uri, uri2);
 }
 
 class CLocalFileSystemTest : public ::testing::Test {
 protected:
-  void SetUp() override {
-    static std::atomic<int> counter{0};
-    auto const* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    std::string const name = std::string("qo-lfs-") + info->name() + "-" +
-                             std::to_string(static_cast<long long>(CTime::now().getMicros() % 1000000007)) + "-" +
-                             std::to_string(counter++);
-    m_dir = stdfs::absolute(stdfs::path(::testing::TempDir()) / name);
-    stdfs::create_directories(m_dir);
-    m_root = CLocalFileSystem::toURI(String(m_dir.u16string()), true);
-    m_fs = newP<CLocalFileSystem>();
-  }
   void TearDown() override {
     m_fs = nil;
     std::error_code ignored;
-    // Read-only leftovers would stop remove_all on Windows.
+    // Read-only leftovers would stop the folder's removal on Windows.
     for (auto it = stdfs::recursive_directory_iterator(m_dir, ignored); it != stdfs::recursive_directory_iterator();
          it.increment(ignored)) {
       stdfs::permissions(it->path(), stdfs::perms::owner_all, stdfs::perm_options::add | stdfs::perm_options::nofollow,
                          ignored);
     }
-    stdfs::remove_all(m_dir, ignored);
   }
 
   // Components are appended as text, so that names need no URI escaping.
@@ -131,11 +90,18 @@ protected:
     out << bytes;
     ASSERT_TRUE(out.good());
   }
-  static std::string get(CURI const& uri) {
-    std::ifstream in(native(uri), std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  }
+  static std::string get(CURI const& uri) { return localfiletest::readFile(native(uri)); }
   void wait(P<IBackgroundOp> const& op) { ASSERT_TRUE(op->waitFinished(kLongWait)); }
+  void finish(P<IBackgroundOp> const& op) {
+    wait(op);
+    op->throwErrorIfFailed();
+  }
+  void setReadOnly(CURI const& uri, bool readOnly = true) {
+    P<IFileMetaModifier> mod = m_fs->createMetaModifier(uri, false);
+    mod->setAttributes(readOnly ? TFlags<IFileInfoBase::Attribute>{IFileInfoBase::AttrReadOnly}
+                                : TFlags<IFileInfoBase::Attribute>());
+    mod->commit();
+  }
   // Links need a privilege on Windows and support from Wine's version.
   bool trySymLink(std::function<void()> const& make) {
     try {
@@ -150,9 +116,10 @@ protected:
     }
   }
 
-  stdfs::path m_dir;
-  CURI m_root;
-  P<CLocalFileSystem> m_fs;
+  qo::test::TempFolder m_tmp{"qo-lfs"};
+  stdfs::path const m_dir = stdfs::absolute(m_tmp.folder());
+  CURI const m_root = CLocalFileSystem::toURI(String(m_dir.u16string()), true);
+  P<CLocalFileSystem> m_fs = newP<CLocalFileSystem>();
 };
 
 TEST_F(CLocalFileSystemTest, UrisOfOtherSchemesAreNotServed) {
@@ -188,12 +155,10 @@ TEST_F(CLocalFileSystemTest, FileInfoDescribesFileFolderAndNothing) {
   EXPECT_NE(file->getFileId(), 0u);
   EXPECT_TRUE(file->getLastWriteTime().isValid());
   EXPECT_FALSE(file->getAttributes().has(IFileInfoBase::AttrReadOnly));
-
   P<IFileInfoBase> folder = m_fs->getFileInfo(m_root, false);
   EXPECT_EQ(folder->getKind(), IFileInfoBase::KindFolder);
   EXPECT_EQ(folder->getSize(), 0);
   EXPECT_EQ(folder->getVolumeId(), file->getVolumeId());
-
   P<IFileInfoBase> none = m_fs->getFileInfo(at(u"missing/deeper"), true);
   EXPECT_EQ(none->getKind(), IFileInfoBase::KindNone);
   EXPECT_EQ(none->getSize(), -1);
@@ -204,7 +169,8 @@ TEST_F(CLocalFileSystemTest, ExistenceQueries) {
   struct Case {
     char const* name;
     bool file, folder, path, accessible;
-  } const cases[] = {{"f", true, false, true, false}, {"", false, true, true, true}, {"nothing", false, false, false, false}};
+  } const cases[] = {
+      {"f", true, false, true, false}, {"", false, true, true, true}, {"nothing", false, false, false, false}};
   for (Case const& c : cases) {
     SCOPED_TRACE(c.name);
     CURI const uri = *c.name ? at(String(c.name)) : m_root;
@@ -227,10 +193,8 @@ TEST_F(CLocalFileSystemTest, HardLinksShareIdentity) {
   EXPECT_EQ(b->getHardLinkCount(), 2);
   put(at(u"second"), "changed");
   EXPECT_EQ(get(at(u"original")), "changed");
-
   put(at(u"other"), "shared");
   EXPECT_NE(m_fs->getFileInfo(at(u"other"), false)->getFileId(), a->getFileId());
-
   CURI const link = at(u"link"), missing = at(u"missing"), folder = m_root;
   expectProblem([&] { m_fs->createFileHardLink(link, missing); }, CFileSystemError::kNotFound, link, &missing);
   expectProblem([&] { m_fs->createFileHardLink(link, folder); }, CFileSystemError::kWrongKind, link, &folder);
@@ -244,7 +208,6 @@ TEST_F(CLocalFileSystemTest, FolderListingIsCompleteWithoutDots) {
   for (auto const& f : files) put(at(f.first), f.second);
   m_fs->createFolder(at(u"sub"), 0);
   put(at(u"sub/hidden.txt"), "not listed");
-
   std::map<String, P<IFileInfoBase>> seen;
   P<IFolderContentsIterator> it = m_fs->getFolderContents(m_root);
   for (P<IFileInfoBase> entry; it->getNext(entry);) {
@@ -262,79 +225,60 @@ TEST_F(CLocalFileSystemTest, FolderListingIsCompleteWithoutDots) {
     EXPECT_EQ(seen[f.first]->getSize(), static_cast<long long>(f.second.size()));
   }
   EXPECT_EQ(seen[u"sub"]->getKind(), IFileInfoBase::KindFolder);
-
   EXPECT_FALSE(m_fs->isFolderEmpty(m_root));
   m_fs->createFolder(at(u"empty"), 0);
   EXPECT_TRUE(m_fs->isFolderEmpty(at(u"empty")));
   P<IFileInfoBase> none;
   EXPECT_FALSE(m_fs->getFolderContents(at(u"empty"))->getNext(none));
-
   CURI const missing = at(u"missing"), file = at(u"a.txt");
   expectProblem([&] { (void)m_fs->getFolderContents(missing); }, CFileSystemError::kNotFound, missing);
   expectProblem([&] { (void)m_fs->getFolderContents(file); }, CFileSystemError::kWrongKind, file);
   expectProblem([&] { (void)m_fs->isFolderEmpty(file); }, CFileSystemError::kWrongKind, file);
 }
 
-TEST_F(CLocalFileSystemTest, CreateFolderWithAndWithoutParents) {
-  CURI const deep = at(u"p/q/r");
+TEST_F(CLocalFileSystemTest, CreateAndEnsureFoldersAndFiles) {
+  CURI const deep = at(u"p/q/r"), file = at(u"file"), under = at(u"file/x/y");
   expectProblem([&] { m_fs->createFolder(deep, 0); }, CFileSystemError::kNotFound, deep);
   m_fs->createFolder(deep, CLocalFileSystem::kCreateParents);
   EXPECT_TRUE(stdfs::is_directory(native(deep)));
   expectProblem([&] { m_fs->createFolder(deep, CLocalFileSystem::kCreateParents); }, CFileSystemError::kAlreadyExists,
                 deep);
-  put(at(u"file"), "");
-  CURI const under = at(u"file/x/y"), blocker = at(u"file");
+  put(file, "");
   expectProblem([&] { m_fs->createFolder(under, CLocalFileSystem::kCreateParents); }, CFileSystemError::kWrongKind,
-                blocker, &under);
-}
-
-TEST_F(CLocalFileSystemTest, EnsureFolderExistsTellsWhetherItCreated) {
+                file, &under);
   CURI const folder = at(u"a/b");
   EXPECT_TRUE(m_fs->ensureFolderExists(folder, 0));
   EXPECT_FALSE(m_fs->ensureFolderExists(folder, 0));
   EXPECT_TRUE(stdfs::is_directory(native(folder)));
-  put(at(u"f"), "");
-  CURI const file = at(u"f");
   expectProblem([&] { (void)m_fs->ensureFolderExists(file, 0); }, CFileSystemError::kWrongKind, file);
-}
-
-TEST_F(CLocalFileSystemTest, EnsureFileExistsKeepsExistingContent) {
   m_fs->ensureFileExists(at(u"new"));
   EXPECT_TRUE(stdfs::is_regular_file(native(at(u"new"))));
   EXPECT_EQ(stdfs::file_size(native(at(u"new"))), 0u);
   put(at(u"kept"), "keep me");
-  P<IFileMetaModifier> readOnly = m_fs->createMetaModifier(at(u"kept"), false);
-  readOnly->setAttributes(TFlags<IFileInfoBase::Attribute>{IFileInfoBase::AttrReadOnly});
-  readOnly->commit();
+  setReadOnly(at(u"kept"));
   m_fs->ensureFileExists(at(u"kept"));
   EXPECT_EQ(get(at(u"kept")), "keep me");
   expectProblem([&] { m_fs->ensureFileExists(m_root); }, CFileSystemError::kWrongKind, m_root);
 }
 
-TEST_F(CLocalFileSystemTest, DeleteFile) {
-  put(at(u"f"), "x");
-  put(at(u"ro"), "x");
-  P<IFileMetaModifier> mod = m_fs->createMetaModifier(at(u"ro"), false);
-  mod->setAttributes(TFlags<IFileInfoBase::Attribute>{IFileInfoBase::AttrReadOnly});
-  mod->commit();
-  m_fs->deleteFile(at(u"f"), false);
-  m_fs->deleteFile(at(u"ro"), false);
-  EXPECT_FALSE(stdfs::exists(native(at(u"f"))));
-  EXPECT_FALSE(stdfs::exists(native(at(u"ro"))));
-  m_fs->deleteFile(at(u"f"), true);
-  CURI const f = at(u"f");
+TEST_F(CLocalFileSystemTest, DeleteFilesAndEmptyFolders) {
+  CURI const f = at(u"f"), ro = at(u"ro"), folder = at(u"d"), inner = at(u"d/f");
+  put(f, "x");
+  put(ro, "x");
+  setReadOnly(ro);
+  m_fs->deleteFile(f, false);
+  m_fs->deleteFile(ro, false);
+  EXPECT_FALSE(stdfs::exists(native(f)));
+  EXPECT_FALSE(stdfs::exists(native(ro)));
+  m_fs->deleteFile(f, true);
   expectProblem([&] { m_fs->deleteFile(f, false); }, CFileSystemError::kNotFound, f);
   expectProblem([&] { m_fs->deleteFile(m_root, false); }, CFileSystemError::kWrongKind, m_root);
   EXPECT_TRUE(stdfs::is_directory(m_dir));
-}
-
-TEST_F(CLocalFileSystemTest, DeleteEmptyFolder) {
-  CURI const folder = at(u"d"), file = at(u"d/f");
   m_fs->createFolder(folder, 0);
-  put(file, "x");
+  put(inner, "x");
   expectProblem([&] { m_fs->deleteEmptyFolder(folder, false); }, CFileSystemError::kNotEmpty, folder);
-  expectProblem([&] { m_fs->deleteEmptyFolder(file, false); }, CFileSystemError::kWrongKind, file);
-  m_fs->deleteFile(file, false);
+  expectProblem([&] { m_fs->deleteEmptyFolder(inner, false); }, CFileSystemError::kWrongKind, inner);
+  m_fs->deleteFile(inner, false);
   m_fs->deleteEmptyFolder(folder, false);
   EXPECT_FALSE(stdfs::exists(native(folder)));
   m_fs->deleteEmptyFolder(folder, true);
@@ -353,7 +297,6 @@ TEST_F(CLocalFileSystemTest, MoveWithAndWithoutOverwrite) {
   EXPECT_EQ(get(to), "new");
   m_fs->moveFileOrFolder(to, from, false);
   EXPECT_EQ(get(from), "new");
-
   CURI const dir = at(u"dir"), moved = at(u"moved"), occupied = at(u"occupied");
   m_fs->createFolder(dir, 0);
   put(at(u"dir/inner"), "in");
@@ -378,15 +321,7 @@ TEST_F(CLocalFileSystemTest, CopyFileKeepsContentAndTime) {
   put(from, "short");
   m_fs->copyFile(from, to, true);
   EXPECT_EQ(get(to), "short");
-
-  try {
-    m_fs->copyFile(from, from, true);
-    ADD_FAILURE() << "copied a file onto itself";
-  } catch (CError const& e) {
-    EXPECT_EQ(typeid(e), typeid(CIOError)) << describe(e);
-    EXPECT_EQ(e.getErrorCode(), CIOError::kWriteFailed);
-    EXPECT_EQ(e.getParams().lookup(u"uri"), from.toString(true));
-  }
+  expectError(typeid(CIOError), [&] { m_fs->copyFile(from, from, true); }, -1, CIOError::kWriteFailed, from);
   EXPECT_EQ(get(from), "short");
   CURI const missing = at(u"missing");
   expectProblem([&] { m_fs->copyFile(missing, to, true); }, CFileSystemError::kNotFound, missing, &to);
@@ -420,7 +355,6 @@ TEST_F(CLocalFileSystemTest, LongAndNonAsciiPaths) {
   for (int i = 0; i < 5; ++i) folder = folder << (component + toString(i));
   CURI const file = folder << u"\u00fcber \u20ac.dat";
   ASSERT_GT(CLocalFileSystem::toNativePath(file).length(), 300u);
-
   m_fs->createFolder(folder, CLocalFileSystem::kCreateParents);
   P<IIOStream> out = m_fs->createStream(file, IIOStream::AccessWriteOnly, {IIOStream::FlagCreate});
   out->write("long path", 9);
@@ -458,14 +392,12 @@ TEST_F(CLocalFileSystemTest, FileSymLinkKeepsRelativeTarget) {
   EXPECT_EQ(followed->getSize(), 7);
   EXPECT_TRUE(m_fs->fileExists(link));
   EXPECT_EQ(get(link), "through");
-
   CURI const file = at(u"target.txt");
   expectProblem([&] { m_fs->deleteSymLink(file); }, CFileSystemError::kWrongKind, file);
   expectProblem([&] { m_fs->unlinkFolder(link); }, CFileSystemError::kWrongKind, link);
   m_fs->deleteSymLink(link);
   EXPECT_FALSE(m_fs->pathExists(link));
   EXPECT_EQ(get(file), "through");
-
   // A dangling link is a path, but no file.
   ASSERT_TRUE(trySymLink([&] { m_fs->createFileSymLink(link, CURI(u"gone")); }));
   EXPECT_TRUE(m_fs->pathExists(link));
@@ -490,7 +422,6 @@ TEST_F(CLocalFileSystemTest, FolderSymLinkAndUnlinkFolder) {
   P<IFileInfoBase> entry;
   ASSERT_TRUE(m_fs->getFolderContents(link)->getNext(entry));
   EXPECT_EQ(entry->getName(), u"inside");
-
   expectProblem([&] { m_fs->deleteFile(link, false); }, CFileSystemError::kWrongKind, link);
   expectProblem([&] { m_fs->deleteEmptyFolder(link, false); }, CFileSystemError::kWrongKind, link);
   expectProblem([&] { m_fs->unlinkFolder(target); }, CFileSystemError::kWrongKind, target);
@@ -514,7 +445,6 @@ TEST_F(CLocalFileSystemTest, FolderHardLinkLeadsToTheFolder) {
   m_fs->unlinkFolder(link);
   EXPECT_FALSE(m_fs->pathExists(link));
   EXPECT_EQ(get(at(u"real/made-through-link")), "j");
-
   CURI const file = at(u"real/made-through-link");
   expectProblem([&] { m_fs->createFolderHardLink(link, file); }, CFileSystemError::kWrongKind, link, &file);
 }
@@ -534,26 +464,21 @@ TEST_F(CLocalFileSystemTest, MetaModifierSetsTimesAttributesAndMode) {
   EXPECT_EQ(info->getLastAccessTime(), accessed);
   EXPECT_TRUE(info->getAttributes().has(IFileInfoBase::AttrReadOnly));
   if (!bypassesPermissions()) EXPECT_THROW((void)m_fs->createStream(file, IIOStream::AccessWriteOnly, {}), CIOError);
-
-  P<IFileMetaModifier> back = m_fs->createMetaModifier(file, false);
-  back->setAttributes(TFlags<IFileInfoBase::Attribute>());
-  back->commit();
+  setReadOnly(file, false);
   EXPECT_FALSE(m_fs->getFileInfo(file, false)->getAttributes().has(IFileInfoBase::AttrReadOnly));
   EXPECT_EQ(m_fs->getFileInfo(file, false)->getLastWriteTime(), written);
-
-  P<IFileMetaModifier> mode = m_fs->createMetaModifier(file, false);
-  mode->setPosixMode(0640);
-  mode->commit();
+  mod = m_fs->createMetaModifier(file, false);
+  mod->setPosixMode(0640);
+  mod->commit();
   int const posixMode = m_fs->getFileInfo(file, false)->getPosixMode();
   if (posixMode != -1) EXPECT_EQ(posixMode & 07777, 0640);
-
   CURI const missing = at(u"missing");
-  P<IFileMetaModifier> gone = m_fs->createMetaModifier(missing, false);
-  gone->setLastWriteTime(written);
-  expectProblem([&] { gone->commit(); }, CFileSystemError::kNotFound, missing);
+  mod = m_fs->createMetaModifier(missing, false);
+  mod->setLastWriteTime(written);
+  expectProblem([&] { mod->commit(); }, CFileSystemError::kNotFound, missing);
 }
 
-TEST_F(CLocalFileSystemTest, VolumeQueries) {
+TEST_F(CLocalFileSystemTest, VolumeAndAccountQueries) {
   EXPECT_GT(m_fs->getFreeSpaceInFolder(m_root), 0);
   long long const sector = m_fs->getFileSectorSize(m_root);
   EXPECT_GE(sector, 512);
@@ -564,9 +489,6 @@ TEST_F(CLocalFileSystemTest, VolumeQueries) {
   EXPECT_EQ(m_fs->getVolumeRootPath(root), root);
   CURI const missing = at(u"missing");
   expectProblem([&] { (void)m_fs->getFreeSpaceInFolder(missing); }, CFileSystemError::kNotFound, missing);
-}
-
-TEST_F(CLocalFileSystemTest, AccountNameIsTheProcessUser) {
   String const name = m_fs->getAccountOrUserNameUsedForAccess(m_root);
   EXPECT_FALSE(name.isEmpty());
   EXPECT_EQ(m_fs->getAccountOrUserNameUsedForAccess(at(u"elsewhere")), name);
@@ -585,13 +507,14 @@ TEST_F(CLocalFileSystemTest, NativeMetaDataIsTheOsRecord) {
   EXPECT_EQ(data->getFormat(), u"win32.BY_HANDLE_FILE_INFORMATION");
   ASSERT_EQ(data->getSize(), 52);  // the record's fixed size
   unsigned char const* bytes = data->getData()->getData();
-  auto word = [&](int at) {
-    return static_cast<unsigned long long>(bytes[at]) | static_cast<unsigned long long>(bytes[at + 1]) << 8 |
-           static_cast<unsigned long long>(bytes[at + 2]) << 16 | static_cast<unsigned long long>(bytes[at + 3]) << 24;
+  auto word = [&](int at) {  // little-endian DWORD
+    unsigned long long w = 0;
+    for (int i = 3; i >= 0; --i) w = w << 8 | bytes[at + i];
+    return w;
   };
-  EXPECT_EQ(word(28), info->getVolumeId());                        // dwVolumeSerialNumber
-  EXPECT_EQ(word(36), 5u);                                         // nFileSizeLow
-  EXPECT_EQ(word(44) << 32 | word(48), info->getFileId());          // nFileIndexHigh, nFileIndexLow
+  EXPECT_EQ(word(28), info->getVolumeId());                // dwVolumeSerialNumber
+  EXPECT_EQ(word(36), 5u);                                 // nFileSizeLow
+  EXPECT_EQ(word(44) << 32 | word(48), info->getFileId());  // nFileIndexHigh, nFileIndexLow
 #else
   EXPECT_EQ(data->getFormat(), u"posix.stat");
   struct stat st;
@@ -637,28 +560,15 @@ TEST_F(CLocalFileSystemTest, StreamsRoundTripAndReportMissingFiles) {
   out->close();
   EXPECT_EQ(get(file), std::string("\x00\x01\xff", 3));
   CURI const missing = at(u"missing");
-  try {
-    (void)m_fs->createStream(missing, IIOStream::AccessReadOnly, {});
-    ADD_FAILURE() << "opened a missing file";
-  } catch (CError const& e) {
-    EXPECT_EQ(typeid(e), typeid(CIOError)) << describe(e);
-    EXPECT_EQ(e.getErrorCode(), CIOError::kOpenFailed);
-    EXPECT_EQ(CFileSystemError::getProblem(e.getParams()), CFileSystemError::kNotFound);
-    EXPECT_EQ(e.getParams().lookup(u"uri"), missing.toString(true));
-  }
+  expectError(typeid(CIOError), [&] { (void)m_fs->createStream(missing, IIOStream::AccessReadOnly, {}); },
+              CFileSystemError::kNotFound, CIOError::kOpenFailed, missing);
 }
 
 TEST_F(CLocalFileSystemTest, BackgroundStoreOfOneMebibyte) {
   std::string const bytes = pattern(1 << 20, 7);
-  P<CCountingListener> listener = newP<CCountingListener>();
   CURI const target = at(u"store.bin");
-  P<IBackgroundOp> op = m_fs->backgroundStore(target, -1, sourceOf(bytes).get(), false, listener.get());
-  wait(op);
-  op->throwErrorIfFailed();
+  finish(m_fs->backgroundStore(target, -1, sourceOf(bytes).get(), false, nullptr));  // listener: TypicalRequestTest
   EXPECT_TRUE(get(target) == bytes);
-  EXPECT_EQ(listener->m_calls, 1);
-  EXPECT_EQ(listener->m_failures, 0);
-
   P<IBackgroundOp> refused = m_fs->backgroundStore(target, 3, sourceOf("abc").get(), false, nullptr);
   wait(refused);
   try {
@@ -667,52 +577,40 @@ TEST_F(CLocalFileSystemTest, BackgroundStoreOfOneMebibyte) {
   } catch (CIOError const& e) {
     EXPECT_EQ(CFileSystemError::getProblem(e.getParams()), CFileSystemError::kAlreadyExists) << describe(e);
   }
-  P<IBackgroundOp> replaced = m_fs->backgroundStore(target, 3, sourceOf("abcdef").get(), true, nullptr);
-  wait(replaced);
-  replaced->throwErrorIfFailed();
+  finish(m_fs->backgroundStore(target, 3, sourceOf("abcdef").get(), true, nullptr));
   EXPECT_EQ(get(target), "abc");
 }
 
 TEST_F(CLocalFileSystemTest, ManyConcurrentBackgroundStores) {
-  constexpr int kThreads = 4;
-  constexpr int kPerThread = 16;
+  constexpr int kThreads = 4, kPerThread = 16;
   std::vector<P<IBackgroundOp>> ops(kThreads * kPerThread);
+  auto content = [](int n) { return pattern(1000 + 37 * n, n); };
   std::vector<std::thread> threads;
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([&, t] {
-      for (int i = 0; i < kPerThread; ++i) {
-        int const n = t * kPerThread + i;
-        ops[static_cast<std::size_t>(n)] = m_fs->backgroundStore(at(String("c" + std::to_string(n))), -1,
-                                                                 sourceOf(pattern(1000 + 37 * n, n)).get(), false,
-                                                                 nullptr);
+      for (int n = t * kPerThread; n < (t + 1) * kPerThread; ++n) {
+        ops[static_cast<std::size_t>(n)] =
+            m_fs->backgroundStore(at(String("c" + std::to_string(n))), -1, sourceOf(content(n)).get(), false, nullptr);
       }
     });
   }
   for (std::thread& t : threads) t.join();
   for (int n = 0; n < kThreads * kPerThread; ++n) {
     SCOPED_TRACE(n);
-    wait(ops[static_cast<std::size_t>(n)]);
-    ops[static_cast<std::size_t>(n)]->throwErrorIfFailed();
-    EXPECT_TRUE(get(at(String("c" + std::to_string(n)))) == pattern(1000 + 37 * n, n));
+    finish(ops[static_cast<std::size_t>(n)]);
+    EXPECT_TRUE(get(at(String("c" + std::to_string(n)))) == content(n));
   }
 }
 
 TEST_F(CLocalFileSystemTest, BackgroundFolderMoveAndDelete) {
   CURI const folder = at(u"x/y"), file = at(u"x/y/f"), moved = at(u"x/g");
-  P<IBackgroundOp> create = m_fs->backgroundCreateFolder(folder, CLocalFileSystem::kCreateParents, nullptr);
-  wait(create);
-  create->throwErrorIfFailed();
+  finish(m_fs->backgroundCreateFolder(folder, CLocalFileSystem::kCreateParents, nullptr));
   EXPECT_TRUE(stdfs::is_directory(native(folder)));
   put(file, "m");
-  P<IBackgroundOp> move = m_fs->backgroundMoveFileOrFolder(file, moved, false, nullptr);
-  wait(move);
-  move->throwErrorIfFailed();
+  finish(m_fs->backgroundMoveFileOrFolder(file, moved, false, nullptr));
   EXPECT_EQ(get(moved), "m");
-  P<IBackgroundOp> remove = m_fs->backgroundDeleteFile(moved, nullptr);
-  wait(remove);
-  remove->throwErrorIfFailed();
+  finish(m_fs->backgroundDeleteFile(moved, nullptr));
   EXPECT_FALSE(stdfs::exists(native(moved)));
-
   P<IBackgroundOp> again = m_fs->backgroundDeleteFile(moved, nullptr);
   wait(again);
   expectProblem([&] { again->throwErrorIfFailed(); }, CFileSystemError::kNotFound, moved);
@@ -727,8 +625,7 @@ TEST_F(CLocalFileSystemTest, QueuedJobsOutliveTheCallersReference) {
   m_fs = nil;  // the jobs still hold the file system
   for (int n = 0; n < 20; ++n) {
     SCOPED_TRACE(n);
-    wait(ops[static_cast<std::size_t>(n)]);
-    ops[static_cast<std::size_t>(n)]->throwErrorIfFailed();
+    finish(ops[static_cast<std::size_t>(n)]);
     EXPECT_TRUE(get(at(String("q" + std::to_string(n)))) == pattern(5000, n));
   }
 }

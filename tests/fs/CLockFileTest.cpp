@@ -17,7 +17,6 @@ using localfiletest::fileURIText;
 using localfiletest::problemOf;
 using localfiletest::TempFolder;
 
-/// Runs body, which must throw a CLockFileError, and returns a copy of it.
 template <class Body>
 CLockFileError catchLockFileError(String const& path, Body body) {
   try {
@@ -31,14 +30,27 @@ CLockFileError catchLockFileError(String const& path, Body body) {
   return CLockFileError(path, IStreamBase::LockShared);
 }
 
-TEST(CLockFileTest, CreatesTheFileAndHoldsTheLock) {
+TEST(CLockFileTest, HoldsTheLockUntilReleasedOrDestroyed) {
   TempFolder dir;
   String const path = dir.path("a.lock");
-  CLockFile lock(path);
-  EXPECT_TRUE(lock.isHeld());
-  EXPECT_EQ(path, lock.getPath());
-  EXPECT_EQ(IStreamBase::LockExclusive, lock.getLockType());
+  P<CLockFile> first = newP<CLockFile>(path);
+  EXPECT_TRUE(first->isHeld());
+  EXPECT_EQ(path, first->getPath());
+  EXPECT_EQ(IStreamBase::LockExclusive, first->getLockType());
   EXPECT_TRUE(localFileExists(path));
+  P<CLockFile> second = first;
+  second = nil;  // dropping a reference is not releasing the lock
+  EXPECT_TRUE(first->isHeld());
+  EXPECT_EQ(1, first->getRefCountForDebugging());
+  first = nil;  // the last reference: destroyed, so released
+  CLockFile next(path);
+  EXPECT_TRUE(next.isHeld());
+  next.unlock();
+  EXPECT_FALSE(next.isHeld());
+  next.unlock();  // idempotent
+  CLockFile third(path);
+  EXPECT_TRUE(third.isHeld());
+  EXPECT_TRUE(localFileExists(path));  // kept without deleteOnRelease
 }
 
 TEST(CLockFileTest, LockTypesConflictAsExpected) {
@@ -46,8 +58,7 @@ TEST(CLockFileTest, LockTypesConflictAsExpected) {
     IStreamBase::LockType first;
     IStreamBase::LockType second;
     bool conflict;
-  };
-  Case const cases[] = {
+  } const cases[] = {
       {IStreamBase::LockExclusive, IStreamBase::LockExclusive, true},
       {IStreamBase::LockExclusive, IStreamBase::LockShared, true},
       {IStreamBase::LockShared, IStreamBase::LockExclusive, true},
@@ -75,18 +86,6 @@ TEST(CLockFileTest, LockTypesConflictAsExpected) {
   }
 }
 
-TEST(CLockFileTest, ReleaseLetsTheNextOneIn) {
-  TempFolder dir;
-  String const path = dir.path("b.lock");
-  CLockFile first(path);
-  first.unlock();
-  EXPECT_FALSE(first.isHeld());
-  first.unlock();  // idempotent
-  CLockFile second(path);
-  EXPECT_TRUE(second.isHeld());
-  EXPECT_TRUE(localFileExists(path));  // kept without deleteOnRelease
-}
-
 TEST(CLockFileTest, DeleteOnReleaseRemovesTheFile) {
   TempFolder dir;
   String const path = dir.path("c.lock");
@@ -98,31 +97,14 @@ TEST(CLockFileTest, DeleteOnReleaseRemovesTheFile) {
   // A shared holder deleting on release does not take the file from the
   // other holder's lock: a newcomer still meets that lock.
   CLockFile keeper(path, IStreamBase::LockShared);
-  {
-    CLockFile leaver(path, IStreamBase::LockShared, true);
-  }
-  CLockFileError const e =
-      catchLockFileError(path, [&] { CLockFile writer(path, IStreamBase::LockExclusive); });
-  EXPECT_TRUE(e.isLockConflict());
+  { CLockFile leaver(path, IStreamBase::LockShared, true); }
+  EXPECT_TRUE(catchLockFileError(path, [&] { CLockFile writer(path, IStreamBase::LockExclusive); }).isLockConflict());
   // The last holder leaving does delete it.
   CLockFile last(path, IStreamBase::LockShared, true);
   keeper.unlock();
   EXPECT_TRUE(localFileExists(path));
   last.unlock();
   EXPECT_FALSE(localFileExists(path));
-}
-
-TEST(CLockFileTest, DroppingAReferenceIsNotReleasingTheLock) {
-  TempFolder dir;
-  String const path = dir.path("ref.lock");
-  P<CLockFile> first = newP<CLockFile>(path);
-  P<CLockFile> second = first;
-  second = nil;
-  EXPECT_TRUE(first->isHeld());
-  EXPECT_EQ(1, first->getRefCountForDebugging());
-  first = nil;  // the last reference: destroyed, so released
-  CLockFile next(path);
-  EXPECT_TRUE(next.isHeld());
 }
 
 TEST(CLockFileTest, OpenFailureIsNotAConflict) {

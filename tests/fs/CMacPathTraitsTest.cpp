@@ -20,6 +20,9 @@ TEST(CMacPathTraitsTest, UnixSyntaxButCaseInsensitive) {
   EXPECT_EQ(M::getRootLength(u"/x"), 1);
   EXPECT_EQ(TPathImpl<M>(u"/Users/A"), TPathImpl<M>(u"/users/a"));
   EXPECT_NE(TPathImpl<CUnixPathTraits>(u"/Users/A"), TPathImpl<CUnixPathTraits>(u"/users/a"));
+  // The API path is the text as it is.
+  EXPECT_EQ(M::toAPIPath(u"/Volumes/Disk/name "), String(u"/Volumes/Disk/name "));
+  EXPECT_EQ(TPathImpl<M>(u"/a//b ").toAPIPath(), String(u"/a/b "));
 }
 
 TEST(CMacPathTraitsTest, InvalidCharsAreSlashColonNul) {
@@ -27,11 +30,6 @@ TEST(CMacPathTraitsTest, InvalidCharsAreSlashColonNul) {
   EXPECT_EQ(chars, String(u"/:") + String(1, u'\0'));
   EXPECT_NE(&chars, &CUnixPathTraits::getDefaultFSInvalidComponentChars());
   EXPECT_EQ(CUnixPathTraits::getDefaultFSInvalidComponentChars().length(), 2u);  // not replaced by the Mac set
-}
-
-TEST(CMacPathTraitsTest, ToAPIPathHandsTheTextOn) {
-  EXPECT_EQ(M::toAPIPath(u"/Volumes/Disk/name "), String(u"/Volumes/Disk/name "));
-  EXPECT_EQ(TPathImpl<M>(u"/a//b ").toAPIPath(), String(u"/a/b "));
 }
 
 }  // namespace

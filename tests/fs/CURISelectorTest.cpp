@@ -41,18 +41,12 @@ TEST(CURISelectorTest, EmptySelectorMatchesEverything) {
 TEST(CURISelectorTest, MatchesEachComponent) {
   CURISelector selector =
       CURISelector().scheme(u"HTTP").scheme(u"https").host(u"Example.com").host(u"[FE80::1]").port(80).port(8080);
-  struct Case {
-    char16_t const* uri;
-    bool expected;
-  };
+  struct Case { char16_t const* uri; bool expected; };
   Case const cases[] = {
       {u"http://example.com/x", true},  // default port 80
       {u"https://example.com/x", false},  // default port 443
-      {u"https://example.com:8080/x", true},
-      {u"http://[fe80::1]:80/", true},
-      {u"http://other.com/x", false},
-      {u"ftp://example.com:80/x", false},
-      {u"http:/x", false},  // no host
+      {u"https://example.com:8080/x", true}, {u"http://[fe80::1]:80/", true}, {u"http://other.com/x", false},
+      {u"ftp://example.com:80/x", false}, {u"http:/x", false},  // no host
   };
   for (Case const& c : cases) {
     SCOPED_TRACE(String(c.uri).toUTF8());
@@ -69,17 +63,11 @@ TEST(CURISelectorTest, MatchesEachComponent) {
 TEST(CURISelectorTest, MatchesPathsAndWhatLiesBelow) {
   CURISelector selector = CURISelector().path(u"/c:/backups/").path(u"/home/me/./data");
   EXPECT_EQ(selector.getPaths(), (std::set<String>{u"/c:/backups", u"/home/me/data"}));
-  struct Case {
-    char16_t const* uri;
-    bool expected;
-  };
+  struct Case { char16_t const* uri; bool expected; };
   Case const cases[] = {
-      {u"file:///c:/backups", true},
-      {u"file:///C:/Backups/set/disk.img", true},  // Windows paths ignore case
-      {u"file:///c:/backupsX", false},
-      {u"file:///c:/backups/../secret", false},
-      {u"file:///c:/other/../backups/x", true},
-      {u"file:///home/me/data/x", true},
+      {u"file:///c:/backups", true}, {u"file:///C:/Backups/set/disk.img", true},  // Windows paths ignore case
+      {u"file:///c:/backupsX", false}, {u"file:///c:/backups/../secret", false},
+      {u"file:///c:/other/../backups/x", true}, {u"file:///home/me/data/x", true},
       {u"file:///home/me/Data/x", false},  // POSIX paths do not
       {u"file:///home/me", false},
   };

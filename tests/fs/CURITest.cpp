@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <initializer_list>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "qo/core/CBadPathError.h"
@@ -36,24 +38,25 @@ std::string show(String const& text) {
   return out;
 }
 
+// Runs check on every (input, expected) row, tracing the input.
+template <class F>
+void forEach(std::initializer_list<std::pair<char16_t const*, char16_t const*>> rows, F check) {
+  for (auto const& row : rows) {
+    SCOPED_TRACE(show(row.first));
+    check(String(row.first), String(row.second));
+  }
+}
+
 // "-" stands for an absent component in the tables below.
 String opt(TConstOptRef<String> value) { return value ? *value : String(u"-"); }
 
 }  // namespace
 
-// --- parsing -------------------------------------------------------------------
-
 TEST(CURITest, ParsesComponents) {
   struct Case {
-    char16_t const* text;
-    char16_t const* scheme;
-    char16_t const* userName;
-    char16_t const* userAuthInfo;
-    char16_t const* host;
+    char16_t const *text, *scheme, *userName, *userAuthInfo, *host;
     long long port;
-    char16_t const* path;
-    char16_t const* query;
-    char16_t const* fragment;
+    char16_t const *path, *query, *fragment;
   };
   Case const cases[] = {
       {u"http://example.com/a/b?x=1#top", u"http", u"-", u"-", u"example.com", -1, u"/a/b", u"x=1", u"top"},
@@ -77,10 +80,8 @@ TEST(CURITest, ParsesComponents) {
       {u"mailto:someone@example.com", u"mailto", u"-", u"-", u"-", -1, u"someone@example.com", u"-", u"-"},
       {u"urn:a:b", u"urn", u"-", u"-", u"-", -1, u"a:b", u"-", u"-"},
       {u"a/b:c", u"", u"-", u"-", u"-", -1, u"a/b:c", u"-", u"-"},
-      {u"//host", u"", u"-", u"-", u"host", -1, u"/", u"-", u"-"},
-      {u"?q", u"", u"-", u"-", u"-", -1, u"", u"q", u"-"},
-      {u"", u"", u"-", u"-", u"-", -1, u"", u"-", u"-"},
-      {u"x:%2F/y", u"x", u"-", u"-", u"-", -1, u"//y", u"-", u"-"},
+      {u"//host", u"", u"-", u"-", u"host", -1, u"/", u"-", u"-"}, {u"?q", u"", u"-", u"-", u"-", -1, u"", u"q", u"-"},
+      {u"", u"", u"-", u"-", u"-", -1, u"", u"-", u"-"}, {u"x:%2F/y", u"x", u"-", u"-", u"-", -1, u"//y", u"-", u"-"},
       {u"file:///c:/caf%C3%A9/%F0%90%8D%88", u"file", u"-", u"-", u"", -1, u"/c:/caf\u00E9/\U00010348", u"-", u"-"},
   };
   for (Case const& c : cases) {
@@ -110,47 +111,32 @@ TEST(CURITest, AuthorityWithoutPathGetsSlash) {
 }
 
 TEST(CURITest, RefusesMalformedText) {
-  struct Case {
-    char16_t const* text;
-    char16_t const* reason;
-  };
-  Case const cases[] = {
+  forEach({
       {u"http://[::1/x", u"Missing closing bracket of an IP literal host."},
       {u"http://[::1", u"Missing closing bracket of an IP literal host."},
       {u"http://[::1]x/", u"Unexpected character after an IP literal host."},
       {u"http://[::1]]/", u"Unexpected character after an IP literal host."},
       {u"http://[::1]@h/", u"Invalid character in user information."},
-      {u"http://a]@h/", u"Invalid character in user information."},
-      {u"http://[zz::1]/", u"Invalid IPv6 address."},
-      {u"http://[1:2:3:4:5:6:7:8:9]/", u"Invalid IPv6 address."},
-      {u"http://[]/", u"Invalid IPv6 address."},
-      {u"http://[fe80::1%eth0]/", u"Invalid IPv6 zone."},
-      {u"http://[fe80::1%25]/", u"Invalid IPv6 zone."},
-      {u"http://[v1.]/", u"Invalid IP literal host."},
-      {u"http://[vz.a]/", u"Invalid IP literal host."},
-      {u"http://h:8a/", u"The port is not a decimal number."},
-      {u"http://h:-1/", u"The port is not a decimal number."},
-      {u"http://h:/", u"The port is not a decimal number."},
-      {u"http://h: 80/", u"The port is not a decimal number."},
+      {u"http://a]@h/", u"Invalid character in user information."}, {u"http://[zz::1]/", u"Invalid IPv6 address."},
+      {u"http://[1:2:3:4:5:6:7:8:9]/", u"Invalid IPv6 address."}, {u"http://[]/", u"Invalid IPv6 address."},
+      {u"http://[fe80::1%eth0]/", u"Invalid IPv6 zone."}, {u"http://[fe80::1%25]/", u"Invalid IPv6 zone."},
+      {u"http://[v1.]/", u"Invalid IP literal host."}, {u"http://[vz.a]/", u"Invalid IP literal host."},
+      {u"http://h:8a/", u"The port is not a decimal number."}, {u"http://h:-1/", u"The port is not a decimal number."},
+      {u"http://h:/", u"The port is not a decimal number."}, {u"http://h: 80/", u"The port is not a decimal number."},
       {u"http://h:80:81/", u"The port is not a decimal number."},
       {u"http://h:1234567890123456789/", u"The port is not a decimal number."},
-      {u"http://[::1]:x/", u"The port is not a decimal number."},
-      {u"http://a]b/", u"Invalid character in host."},
-      {u"1http://h/", u"Invalid scheme."},
-      {u":x", u"Invalid scheme."},
-      {u"ht tp://h/", u"Invalid scheme."},
-  };
-  for (Case const& c : cases) {
-    SCOPED_TRACE(show(c.text));
+      {u"http://[::1]:x/", u"The port is not a decimal number."}, {u"http://a]b/", u"Invalid character in host."},
+      {u"1http://h/", u"Invalid scheme."}, {u":x", u"Invalid scheme."}, {u"ht tp://h/", u"Invalid scheme."},
+  }, [&](String const& text, String const& reason) {
     try {
-      CURI uri{String(c.text)};
+      CURI uri{text};
       ADD_FAILURE() << "parsed: " << uri;
     } catch (CURIMalformedError const& e) {
       EXPECT_EQ(e.getMessage(), String(u"Malformed URI"));
-      EXPECT_EQ(e.getParams().lookup(u"uri"), String(c.text));
-      EXPECT_EQ(e.getParams().lookup(u"reason"), String(c.reason));
+      EXPECT_EQ(e.getParams().lookup(u"uri"), text);
+      EXPECT_EQ(e.getParams().lookup(u"reason"), reason);
     }
-  }
+  });
 }
 
 TEST(CURITest, PartsConstructorChecksLikeTheParser) {
@@ -175,34 +161,19 @@ TEST(CURITest, PartsConstructorChecksLikeTheParser) {
   EXPECT_EQ(full, CURI(u"http://u@www.x.org:81/a%20b?k=%C3%A9#f"));
 }
 
-// --- escaping ------------------------------------------------------------------
-
 TEST(CURITest, EscapesCharacters) {
-  struct Case {
-    std::u16string text;
-    bool keepNonASCII;
-    char16_t const* extraAllowed;
-    char16_t const* expected;
-  };
+  struct Case { std::u16string text; bool keepNonASCII; char16_t const* extraAllowed; char16_t const* expected; };
   Case const cases[] = {
-      {u" ", false, u"", u"%20"},
-      {u"\u00E9", false, u"", u"%C3%A9"},
-      {u"\u00E9", true, u"", u"\u00E9"},
+      {u" ", false, u"", u"%20"}, {u"\u00E9", false, u"", u"%C3%A9"}, {u"\u00E9", true, u"", u"\u00E9"},
       {u"!$&'()*+,;=", false, u"", u"%21%24%26%27%28%29%2A%2B%2C%3B%3D"},
-      {u"!$&'()*+,;=", false, u"!$&'()*+,;=", u"!$&'()*+,;="},
-      {u":/?#[]@", false, u"", u"%3A%2F%3F%23%5B%5D%40"},
-      {u":/?#[]@", false, u":/?#[]@", u":/?#[]@"},
-      {u"a;b=c", false, u";", u"a;b%3Dc"},
-      {u"AZaz09-._~", false, u"", u"AZaz09-._~"},
-      {u"%\"<>\\^`{|}", false, u"%\"<>", u"%25%22%3C%3E%5C%5E%60%7B%7C%7D"},
+      {u"!$&'()*+,;=", false, u"!$&'()*+,;=", u"!$&'()*+,;="}, {u":/?#[]@", false, u"", u"%3A%2F%3F%23%5B%5D%40"},
+      {u":/?#[]@", false, u":/?#[]@", u":/?#[]@"}, {u"a;b=c", false, u";", u"a;b%3Dc"},
+      {u"AZaz09-._~", false, u"", u"AZaz09-._~"}, {u"%\"<>\\^`{|}", false, u"%\"<>", u"%25%22%3C%3E%5C%5E%60%7B%7C%7D"},
       {std::u16string(u"\u0000\u0001\u001F\u007F", 4), false, u"", u"%00%01%1F%7F"},
-      {u"\u07FF\u0800\uFFFF", false, u"", u"%DF%BF%E0%A0%80%EF%BF%BF"},
-      {u"\U00010348", false, u"", u"%F0%90%8D%88"},
-      {u"\U0010FFFF", false, u"", u"%F4%8F%BF%BF"},
-      {u"\U00010348", true, u"", u"\U00010348"},
+      {u"\u07FF\u0800\uFFFF", false, u"", u"%DF%BF%E0%A0%80%EF%BF%BF"}, {u"\U00010348", false, u"", u"%F0%90%8D%88"},
+      {u"\U0010FFFF", false, u"", u"%F4%8F%BF%BF"}, {u"\U00010348", true, u"", u"\U00010348"},
       {std::u16string(1, u'\xD800'), false, u"", u"%ED%A0%80"},
-      {std::u16string(1, u'\xDFFF') + u"x", false, u"", u"%ED%BF%BFx"},
-      {u"", false, u"", u""},
+      {std::u16string(1, u'\xDFFF') + u"x", false, u"", u"%ED%BF%BFx"}, {u"", false, u"", u""},
   };
   for (Case const& c : cases) {
     SCOPED_TRACE(show(String(c.text)));
@@ -214,24 +185,14 @@ TEST(CURITest, EscapesCharacters) {
 }
 
 TEST(CURITest, UnescapesText) {
-  struct Case {
-    char16_t const* text;
-    std::u16string expected;
-  };
+  struct Case { char16_t const* text; std::u16string expected; };
   Case const cases[] = {
-      {u"%41%42c", u"ABc"},
-      {u"%c3%a9", u"\u00E9"},
-      {u"a%20b%2Fc", u"a b/c"},
-      {u"%F0%90%8D%88", u"\U00010348"},
-      {u"%zz%4", u"%zz%4"},
-      {u"%", u"%"},
-      {u"100%", u"100%"},
-      {u"%FF%41", u"\u00FFA"},            // no UTF-8: Latin-1
-      {u"%C3", u"\u00C3"},                // truncated sequence
-      {u"%C0%80", u"\u00C0\u0080"},       // overlong form
+      {u"%41%42c", u"ABc"}, {u"%c3%a9", u"\u00E9"}, {u"a%20b%2Fc", u"a b/c"}, {u"%F0%90%8D%88", u"\U00010348"},
+      {u"%zz%4", u"%zz%4"}, {u"%", u"%"}, {u"100%", u"100%"}, {u"%FF%41", u"\u00FFA"},  // no UTF-8: Latin-1
+      {u"%C3", u"\u00C3"},  // truncated sequence
+      {u"%C0%80", u"\u00C0\u0080"},  // overlong form
       {u"%F4%90%80%80", u"\u00F4\u0090\u0080\u0080"},  // above U+10FFFF
-      {u"%ED%A0%80", std::u16string(1, u'\xD800')},
-      {u"%ED%A0%80%ED%B0%80", u"\U00010000"},
+      {u"%ED%A0%80", std::u16string(1, u'\xD800')}, {u"%ED%A0%80%ED%B0%80", u"\U00010000"},
       {u"\u00E9%C3%A9", u"\u00E9\u00E9"},
   };
   for (Case const& c : cases) {
@@ -258,44 +219,23 @@ TEST(CURITest, UnescapeInvertsEscapeOnRandomText) {
 }
 
 TEST(CURITest, NormalisesQuery) {
-  struct Case {
-    char16_t const* query;
-    char16_t const* expected;
-  };
-  Case const cases[] = {
-      {u"a=%c3%a9", u"a=\u00E9"},
-      {u"a=\u00E9", u"a=\u00E9"},
-      {u"%41%7e", u"A~"},
-      {u"x=%26&y=%2a", u"x=%26&y=%2A"},
-      {u"a b", u"a%20b"},
-      {u"50%", u"50%25"},
-      {u"%zz", u"%25zz"},
-      {u"%FF%C3", u"%FF%C3"},
-      {u"%C3%41", u"%C3A"},
-      {u"/?:@!$&'()*+,;=", u"/?:@!$&'()*+,;="},
-      {u"\"<>[]\\^`{|}", u"%22%3C%3E%5B%5D%5C%5E%60%7B%7C%7D"},
-      {u"", u""},
-  };
-  for (Case const& c : cases) {
-    SCOPED_TRACE(show(c.query));
-    String normal = CURI::normalizeEscapedUnicodeQuery(c.query);
-    EXPECT_EQ(normal, String(c.expected));
+  forEach({
+      {u"a=%c3%a9", u"a=\u00E9"}, {u"a=\u00E9", u"a=\u00E9"}, {u"%41%7e", u"A~"}, {u"x=%26&y=%2a", u"x=%26&y=%2A"},
+      {u"a b", u"a%20b"}, {u"50%", u"50%25"}, {u"%zz", u"%25zz"}, {u"%FF%C3", u"%FF%C3"}, {u"%C3%41", u"%C3A"},
+      {u"/?:@!$&'()*+,;=", u"/?:@!$&'()*+,;="}, {u"\"<>[]\\^`{|}", u"%22%3C%3E%5B%5D%5C%5E%60%7B%7C%7D"}, {u"", u""},
+  }, [&](String const& query, String const& expected) {
+    String normal = CURI::normalizeEscapedUnicodeQuery(query);
+    EXPECT_EQ(normal, expected);
     EXPECT_EQ(CURI::normalizeEscapedUnicodeQuery(normal), normal);
-  }
+  });
   CURI uri(u"http://h/?name=%C3%A9t%C3%A9&a=%26");
   EXPECT_EQ(uri.getEscapedUnicodeQuery(), String(u"name=\u00E9t\u00E9&a=%26"));
   EXPECT_EQ(uri.toString(false), String(u"http://h/?name=%C3%A9t%C3%A9&a=%26"));
   EXPECT_EQ(uri.toString(true), String(u"http://h/?name=\u00E9t\u00E9&a=%26"));
 }
 
-// --- text ----------------------------------------------------------------------
-
 TEST(CURITest, WritesText) {
-  struct Case {
-    CURI uri;
-    char16_t const* ascii;
-    char16_t const* unicode;
-  };
+  struct Case { CURI uri; char16_t const* ascii; char16_t const* unicode; };
   Case const cases[] = {
       {CURI(u"file", u"/C:/a b/\u00E9#.txt", nil, nil, String()), u"file:///C:/a%20b/%C3%A9%23.txt",
        u"file:///C:/a%20b/\u00E9%23.txt"},
@@ -303,14 +243,12 @@ TEST(CURITest, WritesText) {
        u"http://[fe80::1%25eth0]:8080/"},
       {CURI(u"http", u"/", String(u"a@b:c"), String(u"p@s:s"), String(u"h")), u"http://a%40b%3Ac:p%40s:s@h/",
        u"http://a%40b%3Ac:p%40s:s@h/"},
-      {CURI(u"", u"a:b/c:d"), u"a%3Ab/c:d", u"a%3Ab/c:d"},
-      {CURI(u"x", u"//y"), u"x:%2F/y", u"x:%2F/y"},
+      {CURI(u"", u"a:b/c:d"), u"a%3Ab/c:d", u"a%3Ab/c:d"}, {CURI(u"x", u"//y"), u"x:%2F/y", u"x:%2F/y"},
       {CURI(u"", u"//y"), u"%2F/y", u"%2F/y"},
       {CURI(u"x", u"/p", nil, nil, nil, -1, nil, String(u"a/b?c#d")), u"x:/p#a/b?c%23d", u"x:/p#a/b?c%23d"},
       {CURI(u"smb", u"/share/\u00DCber", nil, nil, String(u"N\u00C4S")), u"smb://n%C3%A4s/share/%C3%9Cber",
        u"smb://n\u00E4s/share/\u00DCber"},
-      {CURI(u"http", u"/", nil, nil, String(u"a b")), u"http://a%20b/", u"http://a%20b/"},
-      {CURI(), u"", u""},
+      {CURI(u"http", u"/", nil, nil, String(u"a b")), u"http://a%20b/", u"http://a%20b/"}, {CURI(), u"", u""},
   };
   for (Case const& c : cases) {
     SCOPED_TRACE(show(c.ascii));
@@ -386,85 +324,30 @@ TEST(CURITest, TextRoundTripsOverRandomURIs) {
   }
 }
 
-// --- resolution ----------------------------------------------------------------
-
 // The examples of RFC 3986 section 5.4, typed in from the RFC.
-TEST(CURITest, ResolvesRFC3986NormalExamples) {
+TEST(CURITest, ResolvesRFC3986Examples) {
   CURI base(u"http://a/b/c/d;p?q");
-  struct Case {
-    char16_t const* relative;
-    char16_t const* expected;
-  };
-  Case const cases[] = {
-      {u"g:h", u"g:h"},
-      {u"g", u"http://a/b/c/g"},
-      {u"./g", u"http://a/b/c/g"},
-      {u"g/", u"http://a/b/c/g/"},
-      {u"/g", u"http://a/g"},
-      {u"//g", u"http://g"},
-      {u"?y", u"http://a/b/c/d;p?y"},
-      {u"g?y", u"http://a/b/c/g?y"},
-      {u"#s", u"http://a/b/c/d;p?q#s"},
-      {u"g#s", u"http://a/b/c/g#s"},
-      {u"g?y#s", u"http://a/b/c/g?y#s"},
-      {u";x", u"http://a/b/c/;x"},
-      {u"g;x", u"http://a/b/c/g;x"},
-      {u"g;x?y#s", u"http://a/b/c/g;x?y#s"},
-      {u"", u"http://a/b/c/d;p?q"},
-      {u".", u"http://a/b/c/"},
-      {u"./", u"http://a/b/c/"},
-      {u"..", u"http://a/b/"},
-      {u"../", u"http://a/b/"},
-      {u"../g", u"http://a/b/g"},
-      {u"../..", u"http://a/"},
-      {u"../../", u"http://a/"},
-      {u"../../g", u"http://a/g"},
-  };
-  for (Case const& c : cases) {
-    SCOPED_TRACE(show(c.relative));
-    String relative(c.relative);
-    CURI resolved(base, &relative);
-    EXPECT_EQ(resolved, CURI(c.expected));
-    // "http://g" is written with the path "/" that an authority implies.
-    String expected = String(c.expected) == String(u"http://g") ? String(u"http://g/") : String(c.expected);
-    EXPECT_EQ(resolved.toString(), expected);
-  }
-}
-
-TEST(CURITest, ResolvesRFC3986AbnormalExamples) {
-  CURI base(u"http://a/b/c/d;p?q");
-  struct Case {
-    char16_t const* relative;
-    char16_t const* expected;
-  };
-  Case const cases[] = {
-      {u"../../../g", u"http://a/g"},
-      {u"../../../../g", u"http://a/g"},
-      {u"/./g", u"http://a/g"},
-      {u"/../g", u"http://a/g"},
-      {u"g.", u"http://a/b/c/g."},
-      {u".g", u"http://a/b/c/.g"},
-      {u"g..", u"http://a/b/c/g.."},
-      {u"..g", u"http://a/b/c/..g"},
-      {u"./../g", u"http://a/b/g"},
-      {u"./g/.", u"http://a/b/c/g/"},
-      {u"g/./h", u"http://a/b/c/g/h"},
-      {u"g/../h", u"http://a/b/c/h"},
-      {u"g;x=1/./y", u"http://a/b/c/g;x=1/y"},
-      {u"g;x=1/../y", u"http://a/b/c/y"},
-      {u"g?y/./x", u"http://a/b/c/g?y/./x"},
-      {u"g?y/../x", u"http://a/b/c/g?y/../x"},
-      {u"g#s/./x", u"http://a/b/c/g#s/./x"},
-      {u"g#s/../x", u"http://a/b/c/g#s/../x"},
+  forEach({
+      {u"g:h", u"g:h"}, {u"g", u"http://a/b/c/g"}, {u"./g", u"http://a/b/c/g"}, {u"g/", u"http://a/b/c/g/"},
+      {u"/g", u"http://a/g"}, {u"//g", u"http://g"}, {u"?y", u"http://a/b/c/d;p?y"}, {u"g?y", u"http://a/b/c/g?y"},
+      {u"#s", u"http://a/b/c/d;p?q#s"}, {u"g#s", u"http://a/b/c/g#s"}, {u"g?y#s", u"http://a/b/c/g?y#s"},
+      {u";x", u"http://a/b/c/;x"}, {u"g;x", u"http://a/b/c/g;x"}, {u"g;x?y#s", u"http://a/b/c/g;x?y#s"},
+      {u"", u"http://a/b/c/d;p?q"}, {u".", u"http://a/b/c/"}, {u"./", u"http://a/b/c/"}, {u"..", u"http://a/b/"},
+      {u"../", u"http://a/b/"}, {u"../g", u"http://a/b/g"}, {u"../..", u"http://a/"}, {u"../../", u"http://a/"},
+      {u"../../g", u"http://a/g"}, {u"../../../g", u"http://a/g"}, {u"../../../../g", u"http://a/g"},
+      {u"/./g", u"http://a/g"}, {u"/../g", u"http://a/g"}, {u"g.", u"http://a/b/c/g."}, {u".g", u"http://a/b/c/.g"},
+      {u"g..", u"http://a/b/c/g.."}, {u"..g", u"http://a/b/c/..g"}, {u"./../g", u"http://a/b/g"},
+      {u"./g/.", u"http://a/b/c/g/"}, {u"g/./h", u"http://a/b/c/g/h"}, {u"g/../h", u"http://a/b/c/h"},
+      {u"g;x=1/./y", u"http://a/b/c/g;x=1/y"}, {u"g;x=1/../y", u"http://a/b/c/y"},
+      {u"g?y/./x", u"http://a/b/c/g?y/./x"}, {u"g?y/../x", u"http://a/b/c/g?y/../x"},
+      {u"g#s/./x", u"http://a/b/c/g#s/./x"}, {u"g#s/../x", u"http://a/b/c/g#s/../x"},
       {u"http:g", u"http:g"},  // strict parsers take the scheme as given
-  };
-  for (Case const& c : cases) {
-    SCOPED_TRACE(show(c.relative));
-    String relative(c.relative);
+  }, [&](String const& relative, String const& expected) {
     CURI resolved(base, &relative);
-    EXPECT_EQ(resolved, CURI(c.expected));
-    EXPECT_EQ(resolved.toString(), String(c.expected));
-  }
+    EXPECT_EQ(resolved, CURI(expected));
+    // "http://g" is written with the path "/" that an authority implies.
+    EXPECT_EQ(resolved.toString(), expected == String(u"http://g") ? String(u"http://g/") : expected);
+  });
 }
 
 TEST(CURITest, ResolvesAgainstNullAndParsedReferences) {
@@ -476,58 +359,29 @@ TEST(CURITest, ResolvesAgainstNullAndParsedReferences) {
 }
 
 TEST(CURITest, RemovesDotSegments) {
-  struct Case {
-    char16_t const* path;
-    char16_t const* expected;
-  };
-  Case const cases[] = {
+  forEach({
       {u"/a/b/c/./../../g", u"/a/g"},  // RFC 3986 5.2.4
-      {u"mid/content=5/../6", u"mid/6"},
-      {u"/..", u"/"},
-      {u"/.", u"/"},
-      {u"/a/..", u"/"},
-      {u"/a/.//b", u"/a//b"},
-      {u"/.//b", u"//b"},
-      {u"..", u""},
-      {u"", u""},
-      {u"/", u"/"},
-  };
-  for (Case const& c : cases) {
-    SCOPED_TRACE(show(c.path));
-    EXPECT_EQ(CURI::removeDotSegments(c.path), String(c.expected));
-  }
+      {u"mid/content=5/../6", u"mid/6"}, {u"/..", u"/"}, {u"/.", u"/"}, {u"/a/..", u"/"}, {u"/a/.//b", u"/a//b"},
+      {u"/.//b", u"//b"}, {u"..", u""}, {u"", u""}, {u"/", u"/"},
+  }, [&](String const& path, String const& expected) {
+    EXPECT_EQ(CURI::removeDotSegments(path), expected);
+  });
 }
 
-// --- combination ---------------------------------------------------------------
-
-TEST(CURITest, AppendsComponents) {
+TEST(CURITest, AppendsComponentsAndRelativeURIs) {
   EXPECT_EQ(CURI(u"file:///c:/data") << u"a b", CURI(u"file:///c:/data/a%20b"));
   EXPECT_EQ(CURI(u"file:///c:/data/") << u"x", CURI(u"file:///c:/data/x"));
   EXPECT_EQ(CURI(u"http://h") << u"x" << u"y", CURI(u"http://h/x/y"));
   EXPECT_EQ(CURI() << u"x", CURI(u"x"));
   EXPECT_EQ(CURI(u"http://h/a?q#f") << u"b", CURI(u"http://h/a/b?q#f"));
-}
-
-TEST(CURITest, AppendsRelativeURIs) {
   CURI folder(u"file:///c:/data");
-  struct Case {
-    char16_t const* relative;
-    char16_t const* expected;
-  };
-  Case const cases[] = {
-      {u"sub/x.txt", u"file:///c:/data/sub/x.txt"},
-      {u"../other", u"file:///c:/other"},
-      {u"./", u"file:///c:/data/"},
-      {u"", u"file:///c:/data"},
-      {u"?q", u"file:///c:/data?q"},
-      {u"/d:/x", u"file:///d:/x"},
-      {u"//srv/share", u"file://srv/share"},
-      {u"file:x", u"file:///c:/data/x"},
-  };
-  for (Case const& c : cases) {
-    SCOPED_TRACE(show(c.relative));
-    EXPECT_EQ(folder << CURI(c.relative), CURI(c.expected));
-  }
+  forEach({
+      {u"sub/x.txt", u"file:///c:/data/sub/x.txt"}, {u"../other", u"file:///c:/other"}, {u"./", u"file:///c:/data/"},
+      {u"", u"file:///c:/data"}, {u"?q", u"file:///c:/data?q"}, {u"/d:/x", u"file:///d:/x"},
+      {u"//srv/share", u"file://srv/share"}, {u"file:x", u"file:///c:/data/x"},
+  }, [&](String const& relative, String const& expected) {
+    EXPECT_EQ(folder << CURI(relative), CURI(expected));
+  });
   try {
     CURI x = folder << CURI(u"http:x");
     ADD_FAILURE() << x;
@@ -539,22 +393,14 @@ TEST(CURITest, AppendsRelativeURIs) {
 }
 
 TEST(CURITest, ComputesRelativeReferences) {
-  struct Case {
-    char16_t const* uri;
-    char16_t const* base;
-    char16_t const* relative;
-  };
+  struct Case { char16_t const* uri; char16_t const* base; char16_t const* relative; };
   Case const cases[] = {
       {u"file:///c:/data/sub/x.txt", u"file:///c:/data", u"sub/x.txt"},
       {u"file:///c:/data/sub/x.txt", u"file:///c:/data/", u"sub/x.txt"},
-      {u"file:///c:/other/x", u"file:///c:/data/set", u"../../other/x"},
-      {u"file:///c:/data", u"file:///c:/data", u""},
-      {u"file:///c:/data?q", u"file:///c:/data", u"?q"},
-      {u"file:///c:/data", u"file:///c:/data/set", u"../../data"},
-      {u"file:///c:/data/", u"file:///c:/data", u"./"},
-      {u"file:///c:/data", u"file:///c:/data/", u"../data"},
-      {u"file:///", u"file:///c:/data", u"../../"},
-      {u"http://h/a/b:c", u"http://h/a", u"./b:c"},
+      {u"file:///c:/other/x", u"file:///c:/data/set", u"../../other/x"}, {u"file:///c:/data", u"file:///c:/data", u""},
+      {u"file:///c:/data?q", u"file:///c:/data", u"?q"}, {u"file:///c:/data", u"file:///c:/data/set", u"../../data"},
+      {u"file:///c:/data/", u"file:///c:/data", u"./"}, {u"file:///c:/data", u"file:///c:/data/", u"../data"},
+      {u"file:///", u"file:///c:/data", u"../../"}, {u"http://h/a/b:c", u"http://h/a", u"./b:c"},
       {u"http://h/a//x", u"http://h/a", u".//x"},
   };
   for (Case const& c : cases) {
@@ -587,11 +433,7 @@ TEST(CURITest, RelativeReferenceIsInverseOfAppendOnRandomPaths) {
 }
 
 TEST(CURITest, RefusesRelativeReferenceAcrossAuthorities) {
-  struct Case {
-    char16_t const* uri;
-    char16_t const* base;
-    char16_t const* description;
-  };
+  struct Case { char16_t const* uri; char16_t const* base; char16_t const* description; };
   Case const cases[] = {
       {u"http://h/a", u"ftp://h/", u"Both input URIs must have the same scheme."},
       {u"http://h/a", u"http://g/", u"Both input URIs must have the same host."},
@@ -613,36 +455,17 @@ TEST(CURITest, RefusesRelativeReferenceAcrossAuthorities) {
 }
 
 TEST(CURITest, Normalises) {
-  struct Case {
-    char16_t const* uri;
-    char16_t const* expected;
-  };
-  Case const cases[] = {
-      {u"http://h:80/a/./b/../c", u"http://h/a/c"},
-      {u"https://h:443/", u"https://h/"},
-      {u"https://h:80/", u"https://h:80/"},
-      {u"ftp://h:21/x", u"ftp://h/x"},
-      {u"unknown://h:80/x/..", u"unknown://h:80/"},
-      {u"file:///c:/a/../b", u"file:///c:/b"},
-      {u"a/../b", u"a/../b"},
-  };
-  for (Case const& c : cases) {
-    SCOPED_TRACE(show(c.uri));
-    EXPECT_EQ(CURI(c.uri).toNormalized(), CURI(c.expected));
-  }
+  forEach({
+      {u"http://h:80/a/./b/../c", u"http://h/a/c"}, {u"https://h:443/", u"https://h/"},
+      {u"https://h:80/", u"https://h:80/"}, {u"ftp://h:21/x", u"ftp://h/x"},
+      {u"unknown://h:80/x/..", u"unknown://h:80/"}, {u"file:///c:/a/../b", u"file:///c:/b"}, {u"a/../b", u"a/../b"},
+  }, [&](String const& uri, String const& expected) {
+    EXPECT_EQ(CURI(uri).toNormalized(), CURI(expected));
+  });
 }
 
-// --- derived -------------------------------------------------------------------
-
 TEST(CURITest, DerivesNameParentAndRoot) {
-  struct Case {
-    char16_t const* uri;
-    char16_t const* name;
-    char16_t const* extension;
-    char16_t const* title;
-    char16_t const* parent;
-    char16_t const* root;
-  };
+  struct Case { char16_t const *uri, *name, *extension, *title, *parent, *root; };
   Case const cases[] = {
       {u"file:///c:/data/a.tar.gz?q#f", u"a.tar.gz", u"gz", u"a.tar", u"file:///c:/data", u"file:///c:/"},
       {u"file:///c:/data/", u"data", u"", u"data", u"file:///c:", u"file:///c:/"},
@@ -652,8 +475,7 @@ TEST(CURITest, DerivesNameParentAndRoot) {
       {u"file://srv/share/x", u"x", u"", u"x", u"file://srv/share", u"file://srv/share/"},
       {u"file:///home/me/x.", u"x.", u"", u"x", u"file:///home/me", u"file:///"},
       {u"http://h/", u"", u"", u"", u"http://h/", u"http://h/"},
-      {u"http://h/a", u"a", u"", u"a", u"http://h/", u"http://h/"},
-      {u"a/b", u"b", u"", u"b", u"a", u""},
+      {u"http://h/a", u"a", u"", u"a", u"http://h/", u"http://h/"}, {u"a/b", u"b", u"", u"b", u"a", u""},
       {u"a", u"a", u"", u"a", u"", u""},
   };
   for (Case const& c : cases) {
@@ -679,22 +501,14 @@ TEST(CURITest, TellsEmptinessAndAbsoluteness) {
 }
 
 TEST(CURITest, ChecksParentOrEqual) {
-  struct Case {
-    char16_t const* parent;
-    char16_t const* child;
-    bool expected;
-  };
+  struct Case { char16_t const* parent; char16_t const* child; bool expected; };
   Case const cases[] = {
-      {u"file:///c:/data", u"file:///c:/data/x", true},
-      {u"file:///c:/data/", u"file:///c:/data", true},
+      {u"file:///c:/data", u"file:///c:/data/x", true}, {u"file:///c:/data/", u"file:///c:/data", true},
       {u"file:///c:/data", u"file:///C:/DATA/x", true},  // Windows paths ignore case
-      {u"file:///home/a", u"file:///home/A/x", false},   // POSIX paths do not
-      {u"file:///c:/data", u"file:///c:/database", false},
-      {u"file:///c:/data", u"file:///c:/data/../x", false},
-      {u"file:///c:/data", u"file://srv/c:/data/x", false},
-      {u"http://h/a", u"http://h:81/a", false},
-      {u"http://h/", u"http://h/anything", true},
-      {u"http://h/a/b", u"http://h/a", false},
+      {u"file:///home/a", u"file:///home/A/x", false},  // POSIX paths do not
+      {u"file:///c:/data", u"file:///c:/database", false}, {u"file:///c:/data", u"file:///c:/data/../x", false},
+      {u"file:///c:/data", u"file://srv/c:/data/x", false}, {u"http://h/a", u"http://h:81/a", false},
+      {u"http://h/", u"http://h/anything", true}, {u"http://h/a/b", u"http://h/a", false},
   };
   for (Case const& c : cases) {
     SCOPED_TRACE(show(c.child));
@@ -718,17 +532,10 @@ TEST(CURITest, ComparesEveryComponent) {
   }
 }
 
-// --- file paths ----------------------------------------------------------------
-
 TEST(CURITest, ConvertsWindowsPaths) {
-  struct Case {
-    char16_t const* path;
-    bool isFolder;
-    char16_t const* uri;
-  };
+  struct Case { char16_t const* path; bool isFolder; char16_t const* uri; };
   Case const cases[] = {
-      {u"C:\\Data\\a b.txt", false, u"file:///C:/Data/a%20b.txt"},
-      {u"c:\\", false, u"file:///c:/"},
+      {u"C:\\Data\\a b.txt", false, u"file:///C:/Data/a%20b.txt"}, {u"c:\\", false, u"file:///c:/"},
       {u"C:\\Data", true, u"file:///C:/Data/"},
       {u"\\\\Server\\Share\\dir\\x#1%.txt", false, u"file://server/Share/dir/x%231%25.txt"},
       {u"\\\\fe80--1.ipv6-literal.net\\share\\x", false, u"file://[fe80::1]/share/x"},
@@ -766,16 +573,10 @@ TEST(CURITest, ConvertsLongWindowsPaths) {
 }
 
 TEST(CURITest, ConvertsUnixPaths) {
-  struct Case {
-    char16_t const* path;
-    bool isFolder;
-    char16_t const* uri;
-  };
+  struct Case { char16_t const* path; bool isFolder; char16_t const* uri; };
   Case const cases[] = {
-      {u"/home/me/a b", false, u"file:///home/me/a%20b"},
-      {u"/", false, u"file:///"},
-      {u"/var/backup", true, u"file:///var/backup/"},
-      {u"/tmp/C:x?#", false, u"file:///tmp/C:x%3F%23"},
+      {u"/home/me/a b", false, u"file:///home/me/a%20b"}, {u"/", false, u"file:///"},
+      {u"/var/backup", true, u"file:///var/backup/"}, {u"/tmp/C:x?#", false, u"file:///tmp/C:x%3F%23"},
   };
   for (Case const& c : cases) {
     SCOPED_TRACE(show(c.path));
@@ -788,11 +589,7 @@ TEST(CURITest, ConvertsUnixPaths) {
 }
 
 TEST(CURITest, RefusesIncompatibleFilePathConversions) {
-  struct Case {
-    char16_t const* uri;
-    bool windows;
-    char16_t const* message;
-  };
+  struct Case { char16_t const* uri; bool windows; char16_t const* message; };
   Case const cases[] = {
       {u"http://h/c:/x", true, u"Cannot convert URI to windows file path. URI has an incompatible scheme."},
       {u"file:///home/x", true, u"Cannot convert URI to windows file path. Path does not have windows style."},
@@ -844,10 +641,7 @@ TEST(CURITest, FilePathRoundTripsForNormalisedPaths) {
 }
 
 TEST(CURITest, RecognisesWindowsStyleFilePaths) {
-  struct Case {
-    char16_t const* path;
-    bool expected;
-  };
+  struct Case { char16_t const* path; bool expected; };
   Case const cases[] = {{u"//srv/share", true}, {u"//", true}, {u"/c:", true},    {u"/c:/", true},
                         {u"/c:/x", true},       {u"/c:x", false}, {u"/1:/", false}, {u"/c", false},
                         {u"/", false},          {u"", false},     {u"c:/x", false}, {u"/home", false}};
@@ -856,8 +650,6 @@ TEST(CURITest, RecognisesWindowsStyleFilePaths) {
     EXPECT_EQ(CURI::isWindowsStyleFileURIPath(c.path), c.expected);
   }
 }
-
-// --- errors --------------------------------------------------------------------
 
 TEST(CURITest, IncompatibleErrorDescribesURI) {
   CURIIncompatibleError full(CURI(u"smb://me:pw@nas:445/share?q=1#f"), u"msg");

@@ -61,16 +61,11 @@ TEST(CURITraitsManagerTest, GlobalInstanceServesURIs) {
 
 TEST(CURITraitsManagerTest, FileTraitsKnowWindowsPaths) {
   CURITraits_File traits;
-  struct Case {
-    char16_t const* uri;
-    bool caseSensitive;
-    char16_t const* root;
-  };
+  struct Case { char16_t const* uri; bool caseSensitive; char16_t const* root; };
   Case const cases[] = {
       {u"file:///c:/a/b", false, u"/c:/"},        {u"file:///c:", false, u"/c:/"},
       {u"file:////srv/share/a", false, u"//srv/share/"}, {u"file:////srv", false, u"//srv/"},
-      {u"file://srv/share/a", false, u"/share/"}, {u"file:///home/a", true, u"/"},
-      {u"file:a", true, u""},
+      {u"file://srv/share/a", false, u"/share/"}, {u"file:///home/a", true, u"/"}, {u"file:a", true, u""},
   };
   for (Case const& c : cases) {
     SCOPED_TRACE(String(c.uri).toUTF8());

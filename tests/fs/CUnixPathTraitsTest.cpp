@@ -9,7 +9,7 @@ namespace {
 
 using U = CUnixPathTraits;
 
-TEST(CUnixPathTraitsTest, SeparatorsAndFlags) {
+TEST(CUnixPathTraitsTest, SeparatorsFlagsAndInvalidChars) {
   EXPECT_EQ(U::getSepChar(), u'/');
   EXPECT_EQ(U::getSep(), String(u"/"));
   EXPECT_EQ(U::getAllSeps(), String(u"/"));
@@ -17,18 +17,13 @@ TEST(CUnixPathTraitsTest, SeparatorsAndFlags) {
   EXPECT_FALSE(U::isSep(u'\\'));
   EXPECT_TRUE(U::isCaseSensitive());
   EXPECT_FALSE(U::isNativePathType());
-}
-
-TEST(CUnixPathTraitsTest, InvalidCharsAreSlashAndNul) {
   EXPECT_EQ(U::getDefaultFSInvalidComponentChars(), String(u"/") + String(1, u'\0'));
   EXPECT_EQ(U::getDefaultFSInvalidComponentChars().length(), 2u);
 }
 
 TEST(CUnixPathTraitsTest, RootAndAbsoluteness) {
-  struct Case {
-    char16_t const* text;
-    int root;
-  } const cases[] = {{u"/", 1}, {u"/a/b", 1}, {u"//a", 1}, {u"a/b", -1}, {u"", -1}, {u"C:\\x", -1}, {u"\\x", -1}};
+  struct Case { char16_t const* text; int root; } const cases[] = {
+      {u"/", 1}, {u"/a/b", 1}, {u"//a", 1}, {u"a/b", -1}, {u"", -1}, {u"C:\\x", -1}, {u"\\x", -1}};
   for (Case const& c : cases) {
     SCOPED_TRACE(String(c.text));
     int rootEnd = -99;
@@ -40,8 +35,7 @@ TEST(CUnixPathTraitsTest, RootAndAbsoluteness) {
 
 TEST(CUnixPathTraitsTest, FindNextComponentUsesOnlySlash) {
   String const text = u"a\\b//c";
-  int start = 0;
-  int end = 0;
+  int start = 0, end = 0;
   ASSERT_TRUE(U::findNextComponent(text, 0, start, end));
   EXPECT_EQ(text.Mid(start, end - start), String(u"a\\b"));
   ASSERT_TRUE(U::findNextComponent(text, end, start, end));

@@ -28,11 +28,9 @@ TEST(CWindowsPathTraitsTest, SeparatorsAndFlags) {
 
 TEST(CWindowsPathTraitsTest, InvalidCharsHoldControlsWithoutTabThenPunctuationThenNul) {
   String expected;
-  for (char16_t c = 1; c < 0x20; ++c) {
+  for (char16_t c = 1; c < 0x20; ++c)
     if (c != u'\t') expected += c;
-  }
-  expected += u"\\:*?\"<>|/";
-  expected += String(1, u'\0');
+  expected += u"\\:*?\"<>|/" + String(1, u'\0');
   String const& chars = W::getDefaultFSInvalidComponentChars();
   EXPECT_EQ(chars, expected);
   EXPECT_EQ(chars.length(), 30u + 10u);
@@ -40,27 +38,11 @@ TEST(CWindowsPathTraitsTest, InvalidCharsHoldControlsWithoutTabThenPunctuationTh
 }
 
 TEST(CWindowsPathTraitsTest, IsAbsolute) {
-  struct Case {
-    char16_t const* text;
-    bool absolute;
-  } const cases[] = {
-      {u"", false},
-      {u"C:\\", true},
-      {u"C:/x", true},
-      {u"z:\\a", true},
-      {u"C:", false},
-      {u"C:foo", false},
-      {u"\\\\server\\share\\x", true},
-      {u"//server/share", true},
-      {u"\\\\", true},
-      {u"\\\\?\\C:\\x", true},
-      {u"\\\\.\\PhysicalDrive0", true},
-      {u"\\??\\C:\\x", true},
-      {u"\\??", true},
-      {u"\\x", false},
-      {u"x", false},
-      {u"1:\\x", false},
-      {u"..\\x", false},
+  struct Case { char16_t const* text; bool absolute; } const cases[] = {
+      {u"", false}, {u"C:\\", true}, {u"C:/x", true}, {u"z:\\a", true}, {u"C:", false}, {u"C:foo", false},
+      {u"\\\\server\\share\\x", true}, {u"//server/share", true}, {u"\\\\", true}, {u"\\\\?\\C:\\x", true},
+      {u"\\\\.\\PhysicalDrive0", true}, {u"\\??\\C:\\x", true}, {u"\\??", true}, {u"\\x", false}, {u"x", false},
+      {u"1:\\x", false}, {u"..\\x", false},
   };
   for (Case const& c : cases) {
     SCOPED_TRACE(String(c.text));
@@ -69,33 +51,15 @@ TEST(CWindowsPathTraitsTest, IsAbsolute) {
 }
 
 TEST(CWindowsPathTraitsTest, RootLengthOfEachRootForm) {
-  struct Case {
-    char16_t const* text;
-    int length;
-  } const cases[] = {
-      {u"C:\\", 3},
-      {u"c:/x\\y", 3},
-      {u"\\\\server\\share\\x", 14},
-      {u"\\\\server\\share", 14},
-      {u"\\\\server", 8},
-      {u"\\\\server\\", 8},
-      {u"\\\\?\\C:\\x", 7},
-      {u"\\\\?\\C:", 6},
-      {u"\\\\.\\C:\\x", 7},
-      {u"\\??\\C:\\x", 7},
-      {u"\\\\?\\UNC\\srv\\share\\x", 17},
-      {u"\\\\?\\unc\\srv", 11},
-      {u"\\??\\UNC\\srv\\share\\x", 17},
+  struct Case { char16_t const* text; int length; } const cases[] = {
+      {u"C:\\", 3}, {u"c:/x\\y", 3}, {u"\\\\server\\share\\x", 14}, {u"\\\\server\\share", 14}, {u"\\\\server", 8},
+      {u"\\\\server\\", 8}, {u"\\\\?\\C:\\x", 7}, {u"\\\\?\\C:", 6}, {u"\\\\.\\C:\\x", 7}, {u"\\??\\C:\\x", 7},
+      {u"\\\\?\\UNC\\srv\\share\\x", 17}, {u"\\\\?\\unc\\srv", 11}, {u"\\??\\UNC\\srv\\share\\x", 17},
       {u"\\\\?\\Volume{01234567-89ab-cdef-0123-456789abcdef}\\dir", 49},
       {u"\\\\?\\Volume{01234567-89ab-cdef-0123-456789abcdef}", 48},
       {u"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy1\\Windows", 48},
-      {u"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy1", 47},
-      {u"\\\\.\\PhysicalDrive0", 18},
-      {u"\\\\.\\pipe\\name", 9},
-      {u"\\x\\y", 1},
-      {u"x\\y", -1},
-      {u"", -1},
-      {u"..", -1},
+      {u"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy1", 47}, {u"\\\\.\\PhysicalDrive0", 18},
+      {u"\\\\.\\pipe\\name", 9}, {u"\\x\\y", 1}, {u"x\\y", -1}, {u"", -1}, {u"..", -1},
   };
   for (Case const& c : cases) {
     SCOPED_TRACE(String(c.text));
@@ -124,20 +88,16 @@ TEST(CWindowsPathTraitsTest, DriveWithoutSeparatorIsRefusedWithTheWholeText) {
 
 TEST(CWindowsPathTraitsTest, FindNextComponentSkipsSeparatorRuns) {
   String const text = u"a\\\\\\b/c\\";
-  int start = 0;
-  int end = 0;
-  ASSERT_TRUE(W::findNextComponent(text, 0, start, end));
-  EXPECT_EQ(start, 0);
-  EXPECT_EQ(end, 1);
-  ASSERT_TRUE(W::findNextComponent(text, end, start, end));
-  EXPECT_EQ(start, 4);
-  EXPECT_EQ(end, 5);
-  ASSERT_TRUE(W::findNextComponent(text, end, start, end));
-  EXPECT_EQ(start, 6);
-  EXPECT_EQ(end, 7);
+  int start = 0, end = 0;
+  for (int expected : {0, 4, 6}) {
+    ASSERT_TRUE(W::findNextComponent(text, end, start, end));
+    EXPECT_EQ(start, expected);
+    EXPECT_EQ(end, expected + 1);
+  }
   EXPECT_FALSE(W::findNextComponent(text, end, start, end));
   EXPECT_EQ(start, -1);
   EXPECT_EQ(end, -1);
+  start = end = 0;
   EXPECT_FALSE(W::findNextComponent(String(), 0, start, end));
   EXPECT_EQ(start, -1);
   EXPECT_EQ(end, -1);
@@ -145,33 +105,24 @@ TEST(CWindowsPathTraitsTest, FindNextComponentSkipsSeparatorRuns) {
   EXPECT_EQ(start, 6);
 }
 
-TEST(CWindowsPathTraitsTest, NormalizeSeparators) {
+TEST(CWindowsPathTraitsTest, NormalizeSeparatorsRootAndComponent) {
   String text = u"C:/a\\b//c/";
   W::normalizeSeparators(text);
   EXPECT_EQ(text, String(u"C:\\a\\b\\\\c\\"));
-}
-
-TEST(CWindowsPathTraitsTest, NormalizeRootGivesEachRootOneSpelling) {
-  struct Case {
-    char16_t const* in;
-    char16_t const* out;
-  } const cases[] = {
-      {u"\\\\?\\C:\\Dir", u"C:\\Dir"},
-      {u"\\\\.\\d:\\Dir", u"d:\\Dir"},
-      {u"\\??\\C:\\Dir", u"C:\\Dir"},
-      {u"\\??\\Volume{AB}\\X", u"\\\\?\\volume{ab}\\x"},
-      {u"\\\\?\\UNC\\Srv\\Share\\Dir", u"\\\\srv\\Share\\Dir"},
-      {u"\\\\?\\unc\\Srv\\Share", u"\\\\srv\\Share"},
-      {u"\\??\\UnC\\Srv\\Share\\Dir", u"\\\\srv\\Share\\Dir"},
-      {u"\\\\SERVER\\Share\\Dir", u"\\\\server\\Share\\Dir"},
-      {u"\\\\SERVER", u"\\\\server"},
+  String component = u"Name. ";
+  W::normalizeComponent(component);
+  EXPECT_EQ(component, String(u"Name. "));
+  // Each root form gets one spelling.
+  struct Case { char16_t const* in; char16_t const* out; } const cases[] = {
+      {u"\\\\?\\C:\\Dir", u"C:\\Dir"}, {u"\\\\.\\d:\\Dir", u"d:\\Dir"}, {u"\\??\\C:\\Dir", u"C:\\Dir"},
+      {u"\\??\\Volume{AB}\\X", u"\\\\?\\volume{ab}\\x"}, {u"\\\\?\\UNC\\Srv\\Share\\Dir", u"\\\\srv\\Share\\Dir"},
+      {u"\\\\?\\unc\\Srv\\Share", u"\\\\srv\\Share"}, {u"\\??\\UnC\\Srv\\Share\\Dir", u"\\\\srv\\Share\\Dir"},
+      {u"\\\\SERVER\\Share\\Dir", u"\\\\server\\Share\\Dir"}, {u"\\\\SERVER", u"\\\\server"},
       {u"\\\\A", u"\\\\A"},  // three characters: left alone
       {u"\\\\?\\Volume{AB-CD}\\Dir\\File", u"\\\\?\\volume{ab-cd}\\dir\\file"},
       {u"\\\\.\\PhysicalDrive0", u"\\\\.\\physicaldrive0"},
       {u"\\\\?\\C:", u"\\\\?\\c:"},  // the volume itself stays a device path
-      {u"C:\\Dir", u"C:\\Dir"},
-      {u"c:\\Dir", u"c:\\Dir"},
-      {u"rel\\Dir", u"rel\\Dir"},
+      {u"C:\\Dir", u"C:\\Dir"}, {u"c:\\Dir", u"c:\\Dir"}, {u"rel\\Dir", u"rel\\Dir"},
   };
   for (Case const& c : cases) {
     SCOPED_TRACE(String(c.in));
@@ -193,44 +144,22 @@ TEST(CWindowsPathTraitsTest, LongPrefixFrom247Characters) {
   EXPECT_FALSE(W::mustAddLongPathPrefix(u"\\\\.\\C:\\" + repeat(u'a', 400)));
   EXPECT_FALSE(W::mustAddLongPathPrefix(u"\\??\\C:\\" + repeat(u'a', 400)));
 
-  String finalized = p246;
-  W::finalizeNormalizedPath(finalized);
-  EXPECT_EQ(finalized, p246);
-  finalized = p247;
-  W::finalizeNormalizedPath(finalized);
-  EXPECT_EQ(finalized, u"\\\\?\\" + p247);
-}
-
-TEST(CWindowsPathTraitsTest, AddLongPathPrefix) {
-  String drive = u"C:\\x";
-  W::addLongPathPrefix(drive);
-  EXPECT_EQ(drive, String(u"\\\\?\\C:\\x"));
-  String unc = u"\\\\srv\\share\\x";
-  W::addLongPathPrefix(unc);
-  EXPECT_EQ(unc, String(u"\\\\?\\unc\\srv\\share\\x"));
-
+  auto finalized = [](String text) { return W::finalizeNormalizedPath(text), text; };
+  auto prefixed = [](String text) { return W::addLongPathPrefix(text), text; };
+  EXPECT_EQ(finalized(p246), p246);
+  EXPECT_EQ(finalized(p247), u"\\\\?\\" + p247);
+  EXPECT_EQ(prefixed(u"C:\\x"), String(u"\\\\?\\C:\\x"));
+  EXPECT_EQ(prefixed(u"\\\\srv\\share\\x"), String(u"\\\\?\\unc\\srv\\share\\x"));
   String const longUnc = u"\\\\srv\\share\\" + repeat(u'b', 300 - 12);
   ASSERT_EQ(longUnc.length(), 300u);
-  String finalized = longUnc;
-  W::finalizeNormalizedPath(finalized);
-  EXPECT_EQ(finalized, u"\\\\?\\unc\\srv\\share\\" + repeat(u'b', 288));
+  EXPECT_EQ(finalized(longUnc), u"\\\\?\\unc\\srv\\share\\" + repeat(u'b', 288));
 }
 
 TEST(CWindowsPathTraitsTest, PathNeedsToBeNormalizedToBeValid) {
-  struct Case {
-    String text;
-    bool needs;
-  } const cases[] = {
-      {u"\\\\?\\C:\\a\\..\\b", true},
-      {u"C:\\a\\..\\b", false},
-      {u"\\\\?\\C:\\a\\.\\b", true},
-      {u"\\\\?\\C:\\a/b", true},
-      {u"\\\\?\\C:\\a\\.", true},
-      {u"\\\\?\\C:\\a\\..", true},
-      {u"\\\\?\\C:\\a\\b", false},
-      {u"\\\\?\\C:\\a\\...\\b", false},
-      {u"C:\\" + repeat(u'a', 244), true},
-      {u"C:\\" + repeat(u'a', 243), false},
+  struct Case { String text; bool needs; } const cases[] = {
+      {u"\\\\?\\C:\\a\\..\\b", true}, {u"C:\\a\\..\\b", false}, {u"\\\\?\\C:\\a\\.\\b", true},
+      {u"\\\\?\\C:\\a/b", true}, {u"\\\\?\\C:\\a\\.", true}, {u"\\\\?\\C:\\a\\..", true}, {u"\\\\?\\C:\\a\\b", false},
+      {u"\\\\?\\C:\\a\\...\\b", false}, {u"C:\\" + repeat(u'a', 244), true}, {u"C:\\" + repeat(u'a', 243), false},
       {u"", false},
   };
   for (Case const& c : cases) {
@@ -239,31 +168,17 @@ TEST(CWindowsPathTraitsTest, PathNeedsToBeNormalizedToBeValid) {
   }
 }
 
-TEST(CWindowsPathTraitsTest, NormalizeComponentChangesNothing) {
-  String component = u"Name. ";
-  W::normalizeComponent(component);
-  EXPECT_EQ(component, String(u"Name. "));
-}
-
 TEST(CWindowsPathTraitsTest, ToAPIPathKeepsATrailingSpaceWithTheLongPrefix) {
-  struct Case {
-    char16_t const* in;
-    char16_t const* out;
-  } const cases[] = {
-      {u"C:\\dir\\name ", u"\\\\?\\C:\\dir\\name "},
-      {u"C:\\dir\\name  ", u"\\\\?\\C:\\dir\\name  "},
+  struct Case { char16_t const* in; char16_t const* out; } const cases[] = {
+      {u"C:\\dir\\name ", u"\\\\?\\C:\\dir\\name "}, {u"C:\\dir\\name  ", u"\\\\?\\C:\\dir\\name  "},
       // The platform's full-path service resolves the text first.
-      {u"C:\\dir\\..\\name ", u"\\\\?\\C:\\name "},
-      {u"C:/a/./b//name ", u"\\\\?\\C:\\a\\b\\name "},
-      {u"C:\\..\\..\\name ", u"\\\\?\\C:\\name "},
-      {u"C:\\a.\\name ", u"\\\\?\\C:\\a\\name "},
-      {u"C:\\a\\name. ", u"\\\\?\\C:\\a\\name. "},
-      {u"\\\\srv\\share\\..\\..\\name ", u"\\\\?\\unc\\srv\\share\\name "},
+      {u"C:\\dir\\..\\name ", u"\\\\?\\C:\\name "}, {u"C:/a/./b//name ", u"\\\\?\\C:\\a\\b\\name "},
+      {u"C:\\..\\..\\name ", u"\\\\?\\C:\\name "}, {u"C:\\a.\\name ", u"\\\\?\\C:\\a\\name "},
+      {u"C:\\a\\name. ", u"\\\\?\\C:\\a\\name. "}, {u"\\\\srv\\share\\..\\..\\name ", u"\\\\?\\unc\\srv\\share\\name "},
       {u"\\\\srv\\share\\name ", u"\\\\?\\unc\\srv\\share\\name "},
       {u"\\\\?\\C:\\dir\\name ", u"\\\\?\\C:\\dir\\name "},  // already literal
-      {u"C:\\dir\\name", u"C:\\dir\\name"},                  // no trailing space: unchanged
-      {u"C:\\dir\\name.", u"C:\\dir\\name."},
-      {u"", u""},
+      {u"C:\\dir\\name", u"C:\\dir\\name"},  // no trailing space: unchanged
+      {u"C:\\dir\\name.", u"C:\\dir\\name."}, {u"", u""},
   };
   for (Case const& c : cases) {
     SCOPED_TRACE(String(c.in));

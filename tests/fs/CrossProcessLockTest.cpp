@@ -1,8 +1,6 @@
-// CLocalFileStream range locks against another process. The test runs this
-// executable again with only the probe test selected; the probe opens the
-// file named in its environment, tries one lock and reports the outcome by
-// its exit code, so the lock is judged by the OS across processes, not by
-// this process's own bookkeeping.
+// CLocalFileStream range locks against another process: this executable runs
+// again with only the probe test, which tries one lock on the file named in its
+// environment and exits with the verdict, so the OS judges, not our bookkeeping.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -108,9 +106,9 @@ int probe(String const& path, long long start, long long length, IStreamBase::Lo
   std::string const range = std::to_string(start) + " " + std::to_string(length) + " " +
                             (type == IStreamBase::LockShared ? "shared" : "exclusive");
   int status = -1;
-  for (int attempt = 0; attempt < 3; ++attempt) {
+  for (int attempt = 0; attempt < 3 && status != kGotLock && status != kConflict && status != kOtherFailure;
+       ++attempt) {
     status = runProbeOnce(path.toUTF8(), range);
-    if (status == kGotLock || status == kConflict || status == kOtherFailure) break;
   }
   return status;
 }
@@ -141,8 +139,7 @@ TEST(CrossProcessLock, ProbeForTheParentProcess) {
       std::fprintf(stderr, "probe: %s\n", e.what());
     }
   }
-  std::fflush(stdout);
-  std::fflush(stderr);
+  std::fflush(nullptr);
   // The verdict is the exit code; nothing after the test may change it.
   std::_Exit(verdict);
 }
@@ -154,14 +151,11 @@ TEST(CrossProcessLock, RangeLocksHoldAgainstAnotherProcess) {
       newP<CLocalFileStream>(path, IIOStream::AccessReadWrite, Flags{IIOStream::FlagCreate} | kShareAll);
   stream->write(std::string(300, 'x').data(), 300);
   P<IStreamLock> held = stream->lockRange(100, 100, IStreamBase::LockExclusive);
-
   struct Case {
-    long long start;
-    long long length;
+    long long start, length;
     IStreamBase::LockType type;
     int verdict;
-  };
-  Case const whileExclusive[] = {
+  } const whileExclusive[] = {
       {150, 10, IStreamBase::LockExclusive, kConflict},  // inside
       {99, 2, IStreamBase::LockShared, kConflict},       // across the start
       {199, 50, IStreamBase::LockExclusive, kConflict},  // across the end
@@ -172,10 +166,8 @@ TEST(CrossProcessLock, RangeLocksHoldAgainstAnotherProcess) {
     SCOPED_TRACE(std::to_string(c.start) + "+" + std::to_string(c.length));
     EXPECT_EQ(c.verdict, probe(path, c.start, c.length, c.type));
   }
-
   held = nil;
   EXPECT_EQ(kGotLock, probe(path, 100, 100, IStreamBase::LockExclusive));
-
   held = stream->lockRange(100, 100, IStreamBase::LockShared);
   EXPECT_EQ(kGotLock, probe(path, 150, 10, IStreamBase::LockShared));
   EXPECT_EQ(kConflict, probe(path, 150, 10, IStreamBase::LockExclusive));

@@ -33,10 +33,7 @@ public:
 /// An iterator with nothing in it.
 class CEmptyIterator : public CBase, public virtual IFolderContentsIterator {
 public:
-  bool getNext(P<IFileInfoBase>& out) override {
-    out = nil;
-    return false;
-  }
+  bool getNext(P<IFileInfoBase>& out) override { out = nil; return false; }
 };
 
 /// A modifier that accepts everything and does nothing.
@@ -54,7 +51,6 @@ class CFakeFileSystem : public CBase, public virtual IFileSystem {
 public:
   using Buffer = TBuffer<unsigned char>;
 
-  // --- canned results -------------------------------------------------------
   P<IBackgroundOp> const op = newP<CDoneOp>();
   P<IFileInfoBase> const info = newP<CFileInfo>(CURI(u"fake:///info"));
   P<IFileMetaModifier> const modifier = newP<CNullModifier>();
@@ -90,106 +86,79 @@ public:
   static std::string str(TFlags<IIOStream::Flags> f) { return "flags" + std::to_string(f.getRaw()); }
   static std::string str(void const* p) { return p ? "ptr" : "null"; }
 
-  P<IBackgroundOp> backgroundStore(CURI const& target, long long length, IInStream* source, bool overwrite,
-                                   IDoneListener* listener) override {
-    log("backgroundStore", {str(target), str(length), str(source), str(overwrite), str(listener)});
-    return op;
+  P<IBackgroundOp> backgroundStore(CURI const& u, long long length, IInStream* source, bool overwrite,
+                                   IDoneListener* l) override {
+    return log("backgroundStore", {str(u), str(length), str(source), str(overwrite), str(l)}), op;
   }
-  P<IBackgroundOp> backgroundCreateFolder(CURI const& uri, int options, IDoneListener* listener) override {
-    log("backgroundCreateFolder", {str(uri), str(options), str(listener)});
-    return op;
+  P<IBackgroundOp> backgroundCreateFolder(CURI const& u, int options, IDoneListener* l) override {
+    return log("backgroundCreateFolder", {str(u), str(options), str(l)}), op;
   }
-  P<IBackgroundOp> backgroundMoveFileOrFolder(CURI const& from, CURI const& to, bool overwrite,
-                                              IDoneListener* listener) override {
-    log("backgroundMoveFileOrFolder", {str(from), str(to), str(overwrite), str(listener)});
-    return op;
+  P<IBackgroundOp> backgroundMoveFileOrFolder(CURI const& a, CURI const& b, bool overwrite, IDoneListener* l) override {
+    return log("backgroundMoveFileOrFolder", {str(a), str(b), str(overwrite), str(l)}), op;
   }
-  P<IBackgroundOp> backgroundDeleteFile(CURI const& uri, IDoneListener* listener) override {
-    log("backgroundDeleteFile", {str(uri), str(listener)});
-    return op;
+  P<IBackgroundOp> backgroundDeleteFile(CURI const& u, IDoneListener* l) override {
+    return log("backgroundDeleteFile", {str(u), str(l)}), op;
   }
-  P<IFileInfoBase> getFileInfo(CURI const& uri, bool followLinks) override {
-    log("getFileInfo", {str(uri), str(followLinks)});
-    return info;
+  P<IFileInfoBase> getFileInfo(CURI const& u, bool follow) override {
+    return log("getFileInfo", {str(u), str(follow)}), info;
   }
-  P<IFileMetaModifier> createMetaModifier(CURI const& uri, bool followLinks) override {
-    log("createMetaModifier", {str(uri), str(followLinks)});
-    return modifier;
+  P<IFileMetaModifier> createMetaModifier(CURI const& u, bool follow) override {
+    return log("createMetaModifier", {str(u), str(follow)}), modifier;
   }
-  long long getFileSectorSize(CURI const& uri) override {
-    log("getFileSectorSize", {str(uri)});
-    return kNumber;
+  long long getFileSectorSize(CURI const& u) override { return log("getFileSectorSize", {str(u)}), kNumber; }
+  P<IFolderContentsIterator> getFolderContents(CURI const& u) override {
+    return log("getFolderContents", {str(u)}), iterator;
   }
-  P<IFolderContentsIterator> getFolderContents(CURI const& uri) override {
-    log("getFolderContents", {str(uri)});
-    return iterator;
-  }
-  P<IIOStream> createStream(CURI const& uri, IIOStream::Access access, TFlags<IIOStream::Flags> flags) override {
-    log("createStream", {str(uri), str(access), str(flags)});
+  P<IIOStream> createStream(CURI const& u, IIOStream::Access access, TFlags<IIOStream::Flags> flags) override {
+    log("createStream", {str(u), str(access), str(flags)});
     P<Buffer> buffer = newP<Buffer>();
     {
       std::lock_guard<std::mutex> lock(m_mutex);
-      m_files[uri.toString()] = buffer;
+      m_files[u.toString()] = buffer;
     }
     return newP<CBufferStream>(buffer.get());
   }
-  P<IIOStream> createSubDataStream(CURI const& uri, String const& name, IIOStream::Access access,
+  P<IIOStream> createSubDataStream(CURI const& u, String const& name, IIOStream::Access access,
                                    TFlags<IIOStream::Flags> flags) override {
-    log("createSubDataStream", {str(uri), str(name), str(access), str(flags)});
-    return subStream;
+    return log("createSubDataStream", {str(u), str(name), str(access), str(flags)}), subStream;
   }
-  void createFolder(CURI const& uri, int options) override { log("createFolder", {str(uri), str(options)}); }
-  bool ensureFolderExists(CURI const& uri, int options) override {
-    log("ensureFolderExists", {str(uri), str(options)});
-    return true;
+  void createFolder(CURI const& u, int options) override { log("createFolder", {str(u), str(options)}); }
+  bool ensureFolderExists(CURI const& u, int options) override {
+    return log("ensureFolderExists", {str(u), str(options)}), true;
   }
-  void ensureFileExists(CURI const& uri) override { log("ensureFileExists", {str(uri)}); }
+  void ensureFileExists(CURI const& u) override { log("ensureFileExists", {str(u)}); }
   void createFileHardLink(CURI const& a, CURI const& b) override { log("createFileHardLink", {str(a), str(b)}); }
-  void createFolderHardLink(CURI const& a, CURI const& b) override {
-    log("createFolderHardLink", {str(a), str(b)});
-  }
+  void createFolderHardLink(CURI const& a, CURI const& b) override { log("createFolderHardLink", {str(a), str(b)}); }
   void createFileSymLink(CURI const& a, CURI const& b) override { log("createFileSymLink", {str(a), str(b)}); }
   void createFolderSymLink(CURI const& a, CURI const& b) override { log("createFolderSymLink", {str(a), str(b)}); }
-  bool fileExists(CURI const& uri) override { return logTrue("fileExists", uri); }
-  bool folderExists(CURI const& uri) override { return logTrue("folderExists", uri); }
-  bool pathExists(CURI const& uri) override { return logTrue("pathExists", uri); }
-  bool quickCheckFolderAccessible(CURI const& uri) override { return logTrue("quickCheckFolderAccessible", uri); }
-  bool isFolderEmpty(CURI const& uri) override { return logTrue("isFolderEmpty", uri); }
-  void deleteFile(CURI const& uri, bool ignoreMissing) override { log("deleteFile", {str(uri), str(ignoreMissing)}); }
-  void deleteSymLink(CURI const& uri) override { log("deleteSymLink", {str(uri)}); }
-  void deleteEmptyFolder(CURI const& uri, bool ignoreMissing) override {
-    log("deleteEmptyFolder", {str(uri), str(ignoreMissing)});
+  bool fileExists(CURI const& u) override { return log("fileExists", {str(u)}), true; }
+  bool folderExists(CURI const& u) override { return log("folderExists", {str(u)}), true; }
+  bool pathExists(CURI const& u) override { return log("pathExists", {str(u)}), true; }
+  bool quickCheckFolderAccessible(CURI const& u) override { return log("quickCheckFolderAccessible", {str(u)}), true; }
+  bool isFolderEmpty(CURI const& u) override { return log("isFolderEmpty", {str(u)}), true; }
+  void deleteFile(CURI const& u, bool ignoreMissing) override { log("deleteFile", {str(u), str(ignoreMissing)}); }
+  void deleteSymLink(CURI const& u) override { log("deleteSymLink", {str(u)}); }
+  void deleteEmptyFolder(CURI const& u, bool ignore) override { log("deleteEmptyFolder", {str(u), str(ignore)}); }
+  void unlinkFolder(CURI const& u) override { log("unlinkFolder", {str(u)}); }
+  CURI getVolumeRootPath(CURI const& u) override { return log("getVolumeRootPath", {str(u)}), resultURI(); }
+  CURI createUniqueFilename(CURI const& u, String const& name) override {
+    return log("createUniqueFilename", {str(u), str(name)}), resultURI();
   }
-  void unlinkFolder(CURI const& uri) override { log("unlinkFolder", {str(uri)}); }
-  CURI getVolumeRootPath(CURI const& uri) override {
-    log("getVolumeRootPath", {str(uri)});
-    return resultURI();
+  CURI createUniqueFolderName(CURI const& u, String const& name) override {
+    return log("createUniqueFolderName", {str(u), str(name)}), resultURI();
   }
-  CURI createUniqueFilename(CURI const& folder, String const& name) override {
-    log("createUniqueFilename", {str(folder), str(name)});
-    return resultURI();
+  void moveFileOrFolder(CURI const& a, CURI const& b, bool overwrite) override {
+    log("moveFileOrFolder", {str(a), str(b), str(overwrite)});
   }
-  CURI createUniqueFolderName(CURI const& folder, String const& name) override {
-    log("createUniqueFolderName", {str(folder), str(name)});
-    return resultURI();
+  void copyFile(CURI const& a, CURI const& b, bool overwrite) override {
+    log("copyFile", {str(a), str(b), str(overwrite)});
   }
-  void moveFileOrFolder(CURI const& from, CURI const& to, bool overwrite) override {
-    log("moveFileOrFolder", {str(from), str(to), str(overwrite)});
+  long long getFreeSpaceInFolder(CURI const& u) override { return log("getFreeSpaceInFolder", {str(u)}), kNumber; }
+  String getAccountOrUserNameUsedForAccess(CURI const& u) override {
+    return log("getAccountOrUserNameUsedForAccess", {str(u)}), resultText();
   }
-  void copyFile(CURI const& from, CURI const& to, bool overwrite) override {
-    log("copyFile", {str(from), str(to), str(overwrite)});
-  }
-  long long getFreeSpaceInFolder(CURI const& uri) override {
-    log("getFreeSpaceInFolder", {str(uri)});
-    return kNumber;
-  }
-  String getAccountOrUserNameUsedForAccess(CURI const& uri) override {
-    log("getAccountOrUserNameUsedForAccess", {str(uri)});
-    return resultText();
-  }
-  P<CNativeMetaData> getNativeMetaData(CURI const& uri, bool followLinks, String const& what) override {
-    log("getNativeMetaData", {str(uri), str(followLinks), str(what)});
-    return metaData;
+  P<CNativeMetaData> getNativeMetaData(CURI const& u, bool follow, String const& what) override {
+    return log("getNativeMetaData", {str(u), str(follow), str(what)}), metaData;
   }
 
 private:
@@ -205,10 +174,6 @@ private:
       hook = m_hook;
     }
     if (hook) hook(line);
-  }
-  bool logTrue(char const* op, CURI const& uri) {
-    log(op, {str(uri)});
-    return true;
   }
 
   mutable std::mutex m_mutex;

@@ -16,7 +16,7 @@ using localfiletest::fileURIText;
 using localfiletest::problemOf;
 using localfiletest::TempFolder;
 
-TEST(LocalFileTest, DeleteReportsWhetherTheFileWasThere) {
+TEST(LocalFileTest, DeleteReportsWhetherTheFileWasThereAndRefusesAFolder) {
   TempFolder dir;
   String const path = dir.path("x");
   EXPECT_FALSE(deleteLocalFile(path));
@@ -25,16 +25,12 @@ TEST(LocalFileTest, DeleteReportsWhetherTheFileWasThere) {
   EXPECT_TRUE(deleteLocalFile(path, 0));  // tries at least once
   EXPECT_FALSE(localFileExists(path));
   EXPECT_FALSE(deleteLocalFile(path));
-}
-
-TEST(LocalFileTest, DeleteRefusesAFolder) {
-  TempFolder dir;
   localfiletest::fs::create_directory(dir.folder() / "sub");
-  String const path = dir.path("sub");
-  CIOError const e = catchIOError([&] { deleteLocalFile(path, 3); });
+  String const sub = dir.path("sub");
+  CIOError const e = catchIOError([&] { deleteLocalFile(sub, 3); });
   EXPECT_EQ(CIOError::kDeleteFailed, e.getErrorCode());
   EXPECT_EQ(CFileSystemError::kWrongKind, problemOf(e));
-  EXPECT_EQ(fileURIText(path), e.getParams().lookup(u"uri").toUTF8());
+  EXPECT_EQ(fileURIText(sub), e.getParams().lookup(u"uri").toUTF8());
   EXPECT_TRUE(localfiletest::fs::is_directory(dir.folder() / "sub"));
 }
 
@@ -50,17 +46,13 @@ TEST(LocalFileTest, DeleteOfABusyFileGivesUpAfterTheAttempts) {
   EXPECT_TRUE(deleteLocalFile(path, 3));
 }
 
-TEST(LocalFileTest, ExistsOnlyForRegularFiles) {
+TEST(LocalFileTest, WriteThenReadRoundTripsOnRegularFilesOnly) {
   TempFolder dir;
   writeLocalFile(dir.path("file"), "", 0);
   EXPECT_TRUE(localFileExists(dir.path("file")));
   EXPECT_FALSE(localFileExists(dir.path()));
   EXPECT_FALSE(localFileExists(dir.path("none")));
   EXPECT_FALSE(localFileExists(String()));
-}
-
-TEST(LocalFileTest, WriteThenReadRoundTrips) {
-  TempFolder dir;
   String const path = dir.path("data");
   std::string const inputs[] = {std::string(), std::string("\0", 1), std::string("\r\n\xFF\x00z", 5),
                                 std::string(200000, 'q')};
@@ -72,15 +64,11 @@ TEST(LocalFileTest, WriteThenReadRoundTrips) {
   writeLocalFile(path, "long content", 12);
   writeLocalFile(path, "short", 5);  // replaces, no tail of the old content
   EXPECT_EQ("short", readLocalFile(path));
-}
-
-TEST(LocalFileTest, ReadingAMissingFileSaysNotFound) {
-  TempFolder dir;
-  String const path = dir.path("missing");
-  CIOError const e = catchIOError([&] { (void)readLocalFile(path); });
+  String const missing = dir.path("missing");
+  CIOError const e = catchIOError([&] { (void)readLocalFile(missing); });
   EXPECT_EQ(CIOError::kOpenFailed, e.getErrorCode());
   EXPECT_EQ(CFileSystemError::kNotFound, problemOf(e));
-  EXPECT_EQ(fileURIText(path), e.getParams().lookup(u"uri").toUTF8());
+  EXPECT_EQ(fileURIText(missing), e.getParams().lookup(u"uri").toUTF8());
 }
 
 TEST(LocalFileTest, URIsOfRelativePathsAreAbsolute) {
@@ -94,15 +82,11 @@ TEST(LocalFileTest, URIsOfRelativePathsAreAbsolute) {
 }
 
 TEST(LocalFileTest, APIPathGetsTheLongPrefixOnlyWhenNeeded) {
-  String const shortPath = localPathsAreWindowsPaths() ? String(u"C:\\a\\b.txt") : String(u"/a/b.txt");
+  bool const win = localPathsAreWindowsPaths();
+  String const shortPath = win ? String(u"C:\\a\\b.txt") : String(u"/a/b.txt");
   EXPECT_EQ(shortPath, localFileAPIPath(shortPath));
-  if (!localPathsAreWindowsPaths()) {
-    String const longPath = u"/" + String(std::u16string(300, u'x'));
-    EXPECT_EQ(longPath, localFileAPIPath(longPath));
-    return;
-  }
-  String const longPath = u"C:\\" + String(std::u16string(250, u'x'));
-  EXPECT_EQ(u"\\\\?\\" + longPath, localFileAPIPath(longPath));
+  String const longPath = win ? u"C:\\" + String(std::u16string(250, u'x')) : u"/" + String(std::u16string(300, u'x'));
+  EXPECT_EQ(win ? u"\\\\?\\" + longPath : longPath, localFileAPIPath(longPath));
 }
 
 }  // namespace

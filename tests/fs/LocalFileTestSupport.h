@@ -1,21 +1,19 @@
-// tests/fs/LocalFileTestSupport.h - a fresh temporary folder per test, the
-// expected "uri" of a native path and facts about the test's surroundings
-// (Wine, a user that permissions do not bind), for the local file tests.
+// tests/fs/LocalFileTestSupport.h - shared helpers of the local file tests.
 #ifndef QO_TESTS_FS_LOCALFILETESTSUPPORT_H
 #define QO_TESTS_FS_LOCALFILETESTSUPPORT_H
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <chrono>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
-#include <system_error>
 
 #include "qo/core/CError.h"
 #include "qo/core/CFileSystemError.h"
 #include "qo/core/CIOError.h"
 #include "qo/core/String.h"
+#include "qo/stream/CBufferStream.h"
 #include "TempFolder.h"
 
 #ifdef _WIN32
@@ -32,6 +30,31 @@ namespace qo::localfiletest {
 namespace fs = std::filesystem;
 
 using TempFolder = qo::test::TempFolder;
+
+constexpr int kLongWait = 60000;  // an upper bound only; passing runs are quick
+
+/// size pseudo-random bytes, different for each seed.
+inline std::string pattern(std::size_t size, unsigned seed) {
+  std::string bytes(size, '\0');
+  unsigned x = seed * 2654435761u + 1;
+  for (char& c : bytes) {
+    x = x * 1103515245u + 12345u;
+    c = static_cast<char>(x >> 24);
+  }
+  return bytes;
+}
+
+inline P<CBufferStream> sourceOf(std::string const& bytes) {
+  using Buffer = TBuffer<unsigned char>;
+  P<Buffer> buffer = newP<Buffer>(reinterpret_cast<unsigned char const*>(bytes.data()),
+                                  static_cast<long long>(bytes.size()));
+  return newP<CBufferStream>(static_cast<Buffer const*>(buffer.get()));
+}
+
+inline std::string readFile(fs::path const& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
 
 /// The file URI text of an absolute native path of ASCII characters without
 /// spaces: "/a/b" gives "file:///a/b", "C:\a\b" gives "file:///C:/a/b".
@@ -58,7 +81,6 @@ CIOError catchIOError(Body body) {
   return CIOError(CIOError::kUnknown);
 }
 
-/// True when the tests run under the Wine emulator.
 inline bool runsOnWine() {
 #ifdef _WIN32
   return GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr;

@@ -1,14 +1,9 @@
-// The typical request end to end: a caller stores a stream in the background
-// through a CFileSystemHub that routes "file" URIs to a CLocalFileSystem,
-// waits, and asks for the outcome. Success copies every byte and tells the
-// listener once; a failing store rethrows the CIOError of the opening, with
-// the target as "uri", from throwErrorIfFailed and hands it to the listener.
+// The typical request end to end: a background store through a
+// CFileSystemHub routing "file" URIs to a CLocalFileSystem, then its outcome.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <mutex>
 #include <string>
 #include <typeinfo>
@@ -25,11 +20,11 @@ namespace qo {
 namespace {
 
 using localfiletest::bypassesPermissions;
+using localfiletest::kLongWait;
 using localfiletest::problemOf;
+using localfiletest::readFile;
+using localfiletest::sourceOf;
 using localfiletest::TempFolder;
-using Buffer = TBuffer<unsigned char>;
-
-constexpr int kLongWait = 60000;  // an upper bound only; passing runs are quick
 
 // Counts its calls and keeps the op and a clone of the error of the last.
 class CRecordingListener : public CBase, public IDoneListener {
@@ -46,18 +41,14 @@ public:
   // The listener runs after the op reports finished, so waitFinished alone
   // does not mean it was told yet.
   bool waitTold() { return m_told.wait(kLongWait); }
-  int calls() {
+  template <class T>
+  T get(T const& field) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    return m_calls;
+    return field;
   }
-  IBackgroundOp* op() {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_op;
-  }
-  P<CError> error() {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_error;
-  }
+  int calls() { return get(m_calls); }
+  IBackgroundOp* op() { return get(m_op); }
+  P<CError> error() { return get(m_error); }
 
 private:
   std::mutex m_mutex;
@@ -67,23 +58,6 @@ private:
   CSignal m_told;
 };
 
-// Not a multiple of the store's copy chunk, so the last chunk is partial.
-P<Buffer> patternBytes() {
-  long long const size = 3 * 1024 * 1024 + 12345;
-  P<Buffer> bytes = newP<Buffer>(size);
-  unsigned x = 12345;
-  for (long long i = 0; i < size; ++i) {
-    x = x * 1103515245u + 12345u;
-    (*bytes)[i] = static_cast<unsigned char>(x >> 24);
-  }
-  return bytes;
-}
-
-std::string readFile(std::filesystem::path const& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 class TypicalRequestTest : public ::testing::Test {
 protected:
   void SetUp() override { m_hub->registerFileSystem(u"file", m_local.get()); }
@@ -91,22 +65,16 @@ protected:
   CURI uriOf(std::string const& name) const {
     return CLocalFileSystem::toURI(m_dir.path(name), false);
   }
-  // Stores a short source at target and returns the finished op; the
-  // listener was told by then.
-  P<IBackgroundOp> store(CURI const& target, P<CRecordingListener> const& listener) {
-    P<Buffer> bytes = newP<Buffer>(reinterpret_cast<unsigned char const*>("data"), 4);
-    P<CBufferStream> source = newP<CBufferStream>(static_cast<Buffer const*>(bytes.get()));
-    P<IBackgroundOp> op = m_hub->backgroundStore(target, 4, source.get(), true, listener.get());
-    EXPECT_TRUE(op->waitFinished(kLongWait));
-    EXPECT_TRUE(listener->waitTold());
-    return op;
-  }
-  // The op's error must be a CIOError kOpenFailed for target with problem;
-  // the listener got the same.
-  static void expectOpenFailure(IBackgroundOp& op, CRecordingListener& listener, CURI const& target,
-                                long long problem) {
+  // Stores a short source at name, which must fail to open with problem, in
+  // the op's error and in what the listener was told.
+  void expectStoreFails(std::string const& name, long long problem) {
+    CURI const target = uriOf(name);
+    P<CRecordingListener> listener = newP<CRecordingListener>();
+    P<IBackgroundOp> op = m_hub->backgroundStore(target, 4, sourceOf("data").get(), true, listener.get());
+    ASSERT_TRUE(op->waitFinished(kLongWait));
+    ASSERT_TRUE(listener->waitTold());
     try {
-      op.throwErrorIfFailed();
+      op->throwErrorIfFailed();
       ADD_FAILURE() << "the store did not fail";
     } catch (CError const& e) {
       EXPECT_EQ(typeid(CIOError), typeid(e)) << e.what();
@@ -114,9 +82,9 @@ protected:
       EXPECT_EQ(problem, problemOf(e)) << e.what();
       EXPECT_EQ(target.toString(true), e.getParams().lookup(u"uri"));
     }
-    EXPECT_EQ(1, listener.calls());
-    EXPECT_EQ(&op, listener.op());
-    P<CError> told = listener.error();
+    EXPECT_EQ(1, listener->calls());
+    EXPECT_EQ(op.get(), listener->op());
+    P<CError> told = listener->error();
     ASSERT_TRUE(told);
     CError const& toldRef = *told;
     EXPECT_EQ(typeid(CIOError), typeid(toldRef));
@@ -129,24 +97,21 @@ protected:
 };
 
 TEST_F(TypicalRequestTest, BackgroundStoreThroughTheHubCopiesEveryByteAndTellsOnce) {
-  P<Buffer> bytes = patternBytes();
-  P<CBufferStream> source = newP<CBufferStream>(static_cast<Buffer const*>(bytes.get()));
+  // Not a multiple of the store's copy chunk, so the last chunk is partial.
+  std::string const bytes = localfiletest::pattern(3 * 1024 * 1024 + 12345, 3);
+  long long const size = static_cast<long long>(bytes.size());
+  P<CBufferStream> source = sourceOf(bytes);
   P<CRecordingListener> listener = newP<CRecordingListener>();
-  CURI const target = uriOf("stored.bin");
-
-  P<IBackgroundOp> op = m_hub->backgroundStore(target, bytes->getSize(), source.get(), false, listener.get());
+  P<IBackgroundOp> op = m_hub->backgroundStore(uriOf("stored.bin"), size, source.get(), false, listener.get());
   ASSERT_TRUE(op->waitFinished(kLongWait));
   op->throwErrorIfFailed();
   ASSERT_TRUE(listener->waitTold());
-
   std::string const stored = readFile(m_dir.file("stored.bin"));
-  ASSERT_EQ(static_cast<std::size_t>(bytes->getSize()), stored.size());
-  EXPECT_TRUE(std::equal(stored.begin(), stored.end(), bytes->getData(),
-                         [](char a, unsigned char b) { return static_cast<unsigned char>(a) == b; }));
-  EXPECT_EQ(bytes->getSize(), source->getPosition());
+  ASSERT_EQ(bytes.size(), stored.size());
+  EXPECT_TRUE(stored == bytes);
+  EXPECT_EQ(size, source->getPosition());
   EXPECT_EQ(op.get(), listener->op());
   EXPECT_EQ(nil, listener->error());
-
   // Dropping the file systems stops and joins the worker: nothing can tell
   // the listener again after this.
   m_hub = nil;
@@ -155,20 +120,11 @@ TEST_F(TypicalRequestTest, BackgroundStoreThroughTheHubCopiesEveryByteAndTellsOn
   EXPECT_TRUE(op->hasFinished());
 }
 
-TEST_F(TypicalRequestTest, StoreIntoAMissingFolderFailsWithNotFound) {
-  P<CRecordingListener> listener = newP<CRecordingListener>();
-  CURI const target = uriOf("missing/stored.bin");
-  P<IBackgroundOp> op = store(target, listener);
-  expectOpenFailure(*op, *listener, target, CFileSystemError::kNotFound);
+TEST_F(TypicalRequestTest, StoreIntoAMissingFolderOrOverAFolderFails) {
+  expectStoreFails("missing/stored.bin", CFileSystemError::kNotFound);
   EXPECT_FALSE(std::filesystem::exists(m_dir.file("missing")));
-}
-
-TEST_F(TypicalRequestTest, StoreOverAFolderFailsWithWrongKind) {
   std::filesystem::create_directory(m_dir.file("folder"));
-  P<CRecordingListener> listener = newP<CRecordingListener>();
-  CURI const target = uriOf("folder");
-  P<IBackgroundOp> op = store(target, listener);
-  expectOpenFailure(*op, *listener, target, CFileSystemError::kWrongKind);
+  expectStoreFails("folder", CFileSystemError::kWrongKind);
   EXPECT_TRUE(std::filesystem::is_directory(m_dir.file("folder")));
 }
 
@@ -179,10 +135,7 @@ TEST_F(TypicalRequestTest, StoreOverAReadOnlyFileFailsWithAccessDenied) {
   std::filesystem::permissions(path, std::filesystem::perms::owner_write | std::filesystem::perms::group_write |
                                          std::filesystem::perms::others_write,
                                std::filesystem::perm_options::remove);
-  P<CRecordingListener> listener = newP<CRecordingListener>();
-  CURI const target = uriOf("read-only.bin");
-  P<IBackgroundOp> op = store(target, listener);
-  expectOpenFailure(*op, *listener, target, CFileSystemError::kAccessDenied);
+  expectStoreFails("read-only.bin", CFileSystemError::kAccessDenied);
   std::filesystem::permissions(path, std::filesystem::perms::owner_write, std::filesystem::perm_options::add);
   EXPECT_EQ("keep", readFile(path));
 }
