@@ -50,10 +50,7 @@ public:
     m_changed.wait_for(lock, std::chrono::milliseconds(kLongWait), [&] { return m_lines.size() >= count; });
     return m_lines;
   }
-  std::vector<std::string> lines() {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_lines;
-  }
+  std::vector<std::string> lines() { return waitFor(0); }
 
 private:
   std::mutex m_mutex;
@@ -61,31 +58,22 @@ private:
   std::vector<std::string> m_lines;
 };
 
-// Writes "<label>:ok" or "<label>:<message>" and keeps the last error and op.
+// Writes "<label>:ok" or "<label>:<message>" and keeps the last error and op;
+// read them only after the journal shows the line (its mutex orders them).
 class CListener : public CBase, public IDoneListener {
 public:
   CListener(CJournal& journal, std::string label) : m_journal(journal), m_label(std::move(label)) {}
   void onBackgroundOpDone(IBackgroundOp* op, CError const* error) override {
-    {
-      std::lock_guard<std::mutex> lock(m_mutex);
-      m_op = op;
-      m_error = error ? error->clone() : P<CError>();
-    }
+    m_op = op;
+    m_error = error ? error->clone() : P<CError>();
     m_journal.add(m_label + ":" + (error ? error->getMessage().toUTF8() : std::string("ok")));
   }
-  IBackgroundOp* op() {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_op;
-  }
-  P<CError> error() {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_error;
-  }
+  IBackgroundOp* op() const { return m_op; }
+  P<CError> error() const { return m_error; }
 
 private:
   CJournal& m_journal;
   std::string const m_label;
-  std::mutex m_mutex;
   IBackgroundOp* m_op = nullptr;
   P<CError> m_error;
 };
@@ -107,6 +95,20 @@ P<Buffer> pattern(long long size) {
   for (long long i = 0; i < size; ++i) (*bytes)[i] = static_cast<unsigned char>((i * 7) ^ (i >> 8));
   return bytes;
 }
+P<CBufferStream> streamOf(P<Buffer> const& data) {
+  return newP<CBufferStream>(static_cast<Buffer const*>(data.get()));
+}
+
+// Rethrows the op's error and hands it to check; fails unless an E is thrown.
+template <class E, class Check>
+void expectError(IBackgroundOp& op, Check check) {
+  try {
+    op.throwErrorIfFailed();
+    ADD_FAILURE() << "nothing thrown";
+  } catch (E const& e) {
+    check(e);
+  }
+}
 
 class CBackgroundOpThreadTest : public ::testing::Test {
 protected:
@@ -116,19 +118,12 @@ protected:
   CJournal m_journal;
 };
 
-TEST_F(CBackgroundOpThreadTest, IsNamedAndStartsOnlyWhenAsked) {
+TEST_F(CBackgroundOpThreadTest, JobsRunFirstInFirstOut) {
   EXPECT_EQ("qo.bgOp", m_worker->getThreadName().toUTF8());
   EXPECT_FALSE(m_worker->isAlive());
-  int context = 0;
-  P<CBackgroundOpThread> other = newP<CBackgroundOpThread>(&context);
-  EXPECT_EQ(&context, other->getContext());
-  EXPECT_EQ(nullptr, m_worker->getContext());
-}
-
-TEST_F(CBackgroundOpThreadTest, JobsRunFirstInFirstOut) {
   // Queued before the worker starts, so the queue alone decides the order.
   P<Buffer> data = pattern(3);
-  P<CBufferStream> source = newP<CBufferStream>(static_cast<Buffer const*>(data.get()));
+  P<CBufferStream> source = streamOf(data);
   std::vector<P<IBackgroundOp>> ops;
   ops.push_back(m_worker->addCreateFolderJob(m_fs.get(), uri("a"), 3, nullptr));
   ops.push_back(m_worker->addDeleteFileJob(m_fs.get(), uri("b"), nullptr));
@@ -154,16 +149,22 @@ TEST_F(CBackgroundOpThreadTest, ListenerIsToldExactlyOnceWithTheError) {
     if (call.rfind("deleteFile", 0) == 0) {
       throw CFileSystemError(CFileSystemError::kNotFound, u"gone", CProps().add(u"uri", u"mem:///x"));
     }
+    if (call == "createFolder(mem:///z,0)") throw std::out_of_range("no such index");
   });
   P<CListener> failed = newP<CListener>(m_journal, "delete");
   P<CListener> succeeded = newP<CListener>(m_journal, "create");
   m_worker->start();
   P<IBackgroundOp> bad = m_worker->addDeleteFileJob(m_fs.get(), uri("x"), failed.get());
   P<IBackgroundOp> good = m_worker->addCreateFolderJob(m_fs.get(), uri("y"), 0, succeeded.get());
+  P<IBackgroundOp> other = m_worker->addCreateFolderJob(m_fs.get(), uri("z"), 0, nullptr);
   EXPECT_EQ((std::vector<std::string>{"delete:gone", "create:ok"}), m_journal.waitFor(2));
+  ASSERT_TRUE(other->waitFinished(kLongWait));  // other exceptions become std exception errors
+  expectError<CStdExceptionError>(*other, [](CStdExceptionError const& e) {
+    EXPECT_EQ("no such index", e.getMessage().toUTF8());
+    EXPECT_EQ(CStdExceptionError::getDomain(), e.getErrorCodeDomain());
+  });
   m_worker->stop(true);  // nothing can call a listener after this
   EXPECT_EQ(2u, m_journal.lines().size());
-
   EXPECT_EQ(bad.get(), failed->op());
   EXPECT_EQ(good.get(), succeeded->op());
   EXPECT_EQ(nil, succeeded->error());
@@ -172,51 +173,18 @@ TEST_F(CBackgroundOpThreadTest, ListenerIsToldExactlyOnceWithTheError) {
   CError const& toldRef = *told;
   EXPECT_EQ(typeid(CFileSystemError), typeid(toldRef));
   EXPECT_EQ("mem:///x", told->getParams().lookup(u"uri").toUTF8());
-
   EXPECT_TRUE(bad->hasFinished());
   good->throwErrorIfFailed();
   for (int round = 0; round < 2; ++round) {  // the kept error is rethrown every time
-    try {
-      bad->throwErrorIfFailed();
-      FAIL() << "nothing thrown";
-    } catch (CFileSystemError const& e) {
+    expectError<CFileSystemError>(*bad, [](CFileSystemError const& e) {
       EXPECT_EQ(CFileSystemError::kNotFound, e.getProblem());
       EXPECT_EQ("gone", e.getMessage().toUTF8());
-    }
+    });
   }
-}
-
-TEST_F(CBackgroundOpThreadTest, OtherExceptionsBecomeStdExceptionErrors) {
-  m_fs->setHook([](std::string const&) { throw std::out_of_range("no such index"); });
-  m_worker->start();
-  P<IBackgroundOp> op = m_worker->addCreateFolderJob(m_fs.get(), uri("a"), 0, nullptr);
-  ASSERT_TRUE(op->waitFinished(kLongWait));
-  try {
-    op->throwErrorIfFailed();
-    FAIL() << "nothing thrown";
-  } catch (CStdExceptionError const& e) {
-    EXPECT_EQ("no such index", e.getMessage().toUTF8());
-    EXPECT_EQ(CStdExceptionError::getDomain(), e.getErrorCodeDomain());
-  }
-}
-
-TEST_F(CBackgroundOpThreadTest, WaitFinishedTimesOutWhileTheJobRuns) {
-  Gate gate;
-  gate.install(*m_fs);
-  m_worker->start();
-  P<IBackgroundOp> op = m_worker->addDeleteFileJob(m_fs.get(), uri("slow"), nullptr);
-  ASSERT_TRUE(gate.entered.wait(kLongWait));
-  EXPECT_FALSE(op->hasFinished());
-  EXPECT_FALSE(op->waitFinished(0));
-  EXPECT_FALSE(op->waitFinished(20));  // the job cannot end before release
-  gate.release.set();
-  EXPECT_TRUE(op->waitFinished(-1));
-  EXPECT_TRUE(op->hasFinished());
-  EXPECT_TRUE(op->waitFinished(0));
 }
 
 TEST_F(CBackgroundOpThreadTest, StopFinishesQueuedJobsWithTheAbortErrorInQueueOrder) {
-  constexpr int kQueued = 100;
+  constexpr int kQueued = 100;  // job 0 runs, the rest wait
   Gate gate;
   gate.install(*m_fs);
   m_worker->start();
@@ -225,8 +193,11 @@ TEST_F(CBackgroundOpThreadTest, StopFinishesQueuedJobsWithTheAbortErrorInQueueOr
   for (int i = 0; i <= kQueued; ++i) {
     listeners.push_back(newP<CListener>(m_journal, std::to_string(i)));
     ops.push_back(m_worker->addCreateFolderJob(m_fs.get(), uri(std::to_string(i)), i, listeners.back().get()));
-    if (i == 0) ASSERT_TRUE(gate.entered.wait(kLongWait));  // job 0 runs, the rest wait
+    if (i == 0) ASSERT_TRUE(gate.entered.wait(kLongWait));
   }
+  EXPECT_FALSE(ops[0]->hasFinished());
+  EXPECT_FALSE(ops[0]->waitFinished(0));
+  EXPECT_FALSE(ops[0]->waitFinished(20));  // the job cannot end before release
   // Waiters already blocked when the stop comes must all be woken by it.
   std::atomic<int> woken{0};
   std::vector<std::thread> waiters;
@@ -248,20 +219,19 @@ TEST_F(CBackgroundOpThreadTest, StopFinishesQueuedJobsWithTheAbortErrorInQueueOr
   for (int i = 1; i <= kQueued; ++i) expected.push_back(std::to_string(i) + ":" + kAbort);
   EXPECT_EQ(expected, m_journal.lines());
   EXPECT_EQ(std::vector<std::string>{"createFolder(mem:///0,0)"}, m_fs->calls());
+  EXPECT_TRUE(ops[0]->hasFinished());
+  EXPECT_TRUE(ops[0]->waitFinished(0));
   ops[0]->throwErrorIfFailed();
   for (int i = 1; i <= kQueued; ++i) {
     SCOPED_TRACE(i);
     EXPECT_EQ(ops[i].get(), listeners[i]->op());
     EXPECT_TRUE(ops[i]->hasFinished());
-    try {
-      ops[i]->throwErrorIfFailed();
-      ADD_FAILURE() << "nothing thrown";
-    } catch (CError const& e) {
+    expectError<CError>(*ops[i], [](CError const& e) {
       EXPECT_EQ(typeid(CError), typeid(e));
       EXPECT_EQ(kAbort, e.getMessage().toUTF8());
       EXPECT_EQ("", e.getErrorCodeDomain().toUTF8());
       EXPECT_EQ(-1, e.getErrorCode());
-    }
+    });
   }
 }
 
@@ -279,7 +249,7 @@ TEST_F(CBackgroundOpThreadTest, AWorkerThatNeverRanAbortsItsJobsWhenDestroyed) {
 
 TEST_F(CBackgroundOpThreadTest, AFinishedJobDropsWhatItWorkedOn) {
   P<Buffer> data = pattern(10);
-  P<CBufferStream> source = newP<CBufferStream>(static_cast<Buffer const*>(data.get()));
+  P<CBufferStream> source = streamOf(data);
   P<CListener> listener = newP<CListener>(m_journal, "store");
   auto const fsRefs = m_fs->getRefCountForDebugging();
   auto const sourceRefs = source->getRefCountForDebugging();
@@ -310,9 +280,8 @@ TEST_F(CBackgroundOpThreadTest, ManyProducersLoseNothingAndKeepTheirOwnOrder) {
     });
   }
   for (auto& t : producers) t.join();
-  for (auto const& list : ops) {
+  for (auto const& list : ops)
     for (auto const& op : list) ASSERT_TRUE(op->waitFinished(kLongWait));
-  }
   std::vector<int> next(kProducers, 0);
   std::vector<std::string> const calls = m_fs->calls();
   ASSERT_EQ(static_cast<std::size_t>(kProducers * kJobs), calls.size());
@@ -323,7 +292,7 @@ TEST_F(CBackgroundOpThreadTest, ManyProducersLoseNothingAndKeepTheirOwnOrder) {
   }
 }
 
-TEST_F(CBackgroundOpThreadTest, StoreJobCopiesExactlyTheRequestedBytes) {
+TEST_F(CBackgroundOpThreadTest, StoreJobCopiesExactlyTheRequestedBytesAndFailsOnAShortSource) {
   struct Case {
     long long length;      // asked for (-1: all)
     long long sourceSize;  // available
@@ -334,12 +303,18 @@ TEST_F(CBackgroundOpThreadTest, StoreJobCopiesExactlyTheRequestedBytes) {
       {65537, 70000, false}, {200001, 200001, true}, {-1, 0, true}, {-1, 131075, false},
   };
   m_worker->start();
+  P<Buffer> const shortData = pattern(4);
+  P<CBufferStream> const shortSource = streamOf(shortData);
+  P<IBackgroundOp> const shortOp =
+      m_worker->addStoreJob(m_fs.get(), uri("short"), 10, shortSource.get(), true, nullptr);
+  ASSERT_TRUE(shortOp->waitFinished(kLongWait));
+  expectError<CIOError>(*shortOp, [](CIOError const& e) { EXPECT_EQ(CIOError::kUnexpectedEOF, e.getErrorCode()); });
   int n = 0;
   for (Case const& c : cases) {
     std::string const name = "f" + std::to_string(n++);
     SCOPED_TRACE(name);
     P<Buffer> data = pattern(c.sourceSize);
-    P<CBufferStream> source = newP<CBufferStream>(static_cast<Buffer const*>(data.get()));
+    P<CBufferStream> source = streamOf(data);
     P<IBackgroundOp> op = m_worker->addStoreJob(m_fs.get(), uri(name), c.length, source.get(), c.overwrite, nullptr);
     ASSERT_TRUE(op->waitFinished(kLongWait));
     op->throwErrorIfFailed();
@@ -357,20 +332,6 @@ TEST_F(CBackgroundOpThreadTest, StoreJobCopiesExactlyTheRequestedBytes) {
   }
 }
 
-TEST_F(CBackgroundOpThreadTest, StoreJobFailsWhenTheSourceEndsEarly) {
-  P<Buffer> data = pattern(4);
-  P<CBufferStream> source = newP<CBufferStream>(static_cast<Buffer const*>(data.get()));
-  m_worker->start();
-  P<IBackgroundOp> op = m_worker->addStoreJob(m_fs.get(), uri("short"), 10, source.get(), true, nullptr);
-  ASSERT_TRUE(op->waitFinished(kLongWait));
-  try {
-    op->throwErrorIfFailed();
-    FAIL() << "nothing thrown";
-  } catch (CIOError const& e) {
-    EXPECT_EQ(CIOError::kUnexpectedEOF, e.getErrorCode());
-  }
-}
-
 TEST_F(CBackgroundOpThreadTest, BadArgumentsAreRefusedAtOnce) {
   P<CBufferStream> source = newP<CBufferStream>();
   struct Case {
@@ -378,17 +339,17 @@ TEST_F(CBackgroundOpThreadTest, BadArgumentsAreRefusedAtOnce) {
     std::function<void()> call;
   };
   std::vector<Case> const cases = {
-      {"Invalid argument passed to 'CBackgroundOpThread::CStoreJob constructor': the file system is null.",
+      {"CStoreJob constructor': the file system is null.",
        [&] { (void)m_worker->addStoreJob(nullptr, uri("a"), 1, source.get(), true, nullptr); }},
-      {"Invalid argument passed to 'CBackgroundOpThread::CStoreJob constructor': the source stream is null.",
+      {"CStoreJob constructor': the source stream is null.",
        [&] { (void)m_worker->addStoreJob(m_fs.get(), uri("a"), 1, nullptr, true, nullptr); }},
-      {"Invalid argument passed to 'CBackgroundOpThread::CStoreJob constructor': the length is below -1.",
+      {"CStoreJob constructor': the length is below -1.",
        [&] { (void)m_worker->addStoreJob(m_fs.get(), uri("a"), -2, source.get(), true, nullptr); }},
-      {"Invalid argument passed to 'CBackgroundOpThread::CMoveFileJob constructor': the file system is null.",
+      {"CMoveFileJob constructor': the file system is null.",
        [&] { (void)m_worker->addMoveFileJob(nullptr, uri("a"), uri("b"), true, nullptr); }},
-      {"Invalid argument passed to 'CBackgroundOpThread::CCreateFolderJob constructor': the file system is null.",
+      {"CCreateFolderJob constructor': the file system is null.",
        [&] { (void)m_worker->addCreateFolderJob(nullptr, uri("a"), 0, nullptr); }},
-      {"Invalid argument passed to 'CBackgroundOpThread::CDeleteFileJob constructor': the file system is null.",
+      {"CDeleteFileJob constructor': the file system is null.",
        [&] { (void)m_worker->addDeleteFileJob(nullptr, uri("a"), nullptr); }},
   };
   for (Case const& c : cases) {
@@ -397,7 +358,8 @@ TEST_F(CBackgroundOpThreadTest, BadArgumentsAreRefusedAtOnce) {
       c.call();
       ADD_FAILURE() << "nothing thrown";
     } catch (CInvalidArgError const& e) {
-      EXPECT_EQ(c.message, e.getMessage().toUTF8());
+      EXPECT_EQ(std::string("Invalid argument passed to 'CBackgroundOpThread::") + c.message,
+                e.getMessage().toUTF8());
     }
   }
   // Nothing was queued: a stop finds no job to abort.

@@ -7,7 +7,6 @@
 #include <stdexcept>
 #include <typeinfo>
 
-#include "qo/core/CFileSystemError.h"
 #include "qo/core/CIOError.h"
 #include "qo/core/CStdExceptionError.h"
 
@@ -26,9 +25,14 @@ public:
   P<CError> lastError;
 };
 
-TEST(CErrorBackgroundOpTest, IsFinishedFromBirthAndRethrowsWithItsOwnClass) {
+TEST(CErrorBackgroundOpTest, IsFinishedFromBirthRethrowsWithItsOwnClassAndTellsTheListenerOnce) {
+  P<CCountingListener> listener = newP<CCountingListener>();
   CIOError const cause(CIOError::kUnexpectedEOF, String(), CProps().add(u"uri", u"file:///x"));
-  P<CErrorBackgroundOp> op = newP<CErrorBackgroundOp>(cause, nullptr);
+  P<CErrorBackgroundOp> op = newP<CErrorBackgroundOp>(cause, listener.get());
+  EXPECT_EQ(1, listener->calls);
+  EXPECT_EQ(static_cast<IBackgroundOp*>(op.get()), listener->lastOp);
+  ASSERT_TRUE(listener->lastError);
+  EXPECT_EQ(CIOError::kUnexpectedEOF, listener->lastError->getErrorCode());
   EXPECT_TRUE(op->hasFinished());
   EXPECT_TRUE(op->waitFinished(0));
   EXPECT_TRUE(op->waitFinished(-1));
@@ -45,6 +49,8 @@ TEST(CErrorBackgroundOpTest, IsFinishedFromBirthAndRethrowsWithItsOwnClass) {
   PC<CError> const kept = op->getError();
   CError const& keptRef = *kept;
   EXPECT_EQ(typeid(CIOError), typeid(keptRef));
+  EXPECT_EQ(1, listener->calls);
+  EXPECT_EQ(1, listener->getRefCountForDebugging());  // not kept
 }
 
 TEST(CErrorBackgroundOpTest, AStandardExceptionBecomesAStdExceptionError) {
@@ -55,23 +61,6 @@ TEST(CErrorBackgroundOpTest, AStandardExceptionBecomesAStdExceptionError) {
   } catch (CStdExceptionError const& e) {
     EXPECT_EQ("bad", e.getMessage().toUTF8());
   }
-}
-
-TEST(CErrorBackgroundOpTest, TellsTheListenerOnceAtBirth) {
-  P<CCountingListener> listener = newP<CCountingListener>();
-  CFileSystemError const error(CFileSystemError::kAccessDenied);
-  P<CErrorBackgroundOp> op = newP<CErrorBackgroundOp>(error, listener.get());
-  EXPECT_EQ(1, listener->calls);
-  EXPECT_EQ(static_cast<IBackgroundOp*>(op.get()), listener->lastOp);
-  ASSERT_TRUE(listener->lastError);
-  EXPECT_EQ(CFileSystemError::kAccessDenied, CFileSystemError::getProblem(listener->lastError->getParams()));
-  (void)op->waitFinished(0);
-  try {
-    op->throwErrorIfFailed();
-  } catch (CFileSystemError const&) {
-  }
-  EXPECT_EQ(1, listener->calls);
-  EXPECT_EQ(1, listener->getRefCountForDebugging());  // not kept
 }
 
 }  // namespace

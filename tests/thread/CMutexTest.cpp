@@ -5,11 +5,11 @@
 
 #include <atomic>
 #include <thread>
-#include <vector>
 
 #include "qo/thread/CMutexLock.h"
 #include "qo/thread/CMutexUnlock.h"
 #include "qo/thread/threadYield.h"
+#include "thread/ThreadTestSupport.h"
 
 namespace qo {
 namespace {
@@ -24,46 +24,23 @@ bool tryLockFromOtherThread(CMutex& mutex) {
   return taken;
 }
 
-TEST(CMutexTest, RecursiveForItsOwner) {
+TEST(CMutexTest, RecursiveForItsOwnerAndReleasedOnThrow) {
   CMutex mutex;
   mutex.lock();
-  {
+  try {
     CMutexLock again(mutex);
     EXPECT_FALSE(tryLockFromOtherThread(mutex));
+    throw 1;
+  } catch (int) {
   }
   EXPECT_FALSE(tryLockFromOtherThread(mutex));  // still held once
   mutex.unlock();
   EXPECT_TRUE(tryLockFromOtherThread(mutex));
 }
 
-TEST(CMutexTest, ScopedLockReleasesOnThrow) {
-  CMutex mutex;
-  try {
-    CMutexLock lock(mutex);
-    throw 1;
-  } catch (int) {
-  }
-  EXPECT_TRUE(tryLockFromOtherThread(mutex));
-}
-
 TEST(CMutexTest, ManyThreadsCountExactly) {
   CMutex mutex;
-  long long counter = 0;
-  constexpr int kThreads = 8;
-  constexpr int kIterations = 20000;
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&] {
-      for (int i = 0; i < kIterations; ++i) {
-        CMutexLock lock(mutex);
-        CMutexLock nested(mutex);
-        long long seen = counter;
-        counter = seen + 1;
-      }
-    });
-  }
-  for (auto& t : threads) t.join();
-  EXPECT_EQ(counter, static_cast<long long>(kThreads) * kIterations);
+  EXPECT_EQ(test::countUnderLock(mutex, 8, 20000, true), 8LL * 20000);
 }
 
 TEST(CMutexTest, UnlockScopeLetsAWaiterIn) {
@@ -80,8 +57,7 @@ TEST(CMutexTest, UnlockScopeLetsAWaiterIn) {
     CMutexUnlock open(mutex);
     while (stage != 2) threadYield(false);
   }
-  // Held again here: the waiter has left, nobody else can take it.
-  waiter.join();
+  waiter.join();  // held again here: nobody else can take it
   EXPECT_FALSE(tryLockFromOtherThread(mutex));
 }
 

@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -55,8 +54,7 @@ TEST(CMutexWithStarveProtectionTest, UnlockWithoutHoldingIsIgnored) {
   CMutexWithStarveProtection mutex;
   mutex.unlock();  // never locked by this thread
   EXPECT_EQ(mutex.getRecursionCount(), 0);
-  CSignal held;
-  CSignal done;
+  CSignal held, done;
   auto holder = newP<CFuncThread>([&](CFuncThread&) {
     CMutexLock lock(mutex);
     held.set();
@@ -74,23 +72,7 @@ TEST(CMutexWithStarveProtectionTest, UnlockWithoutHoldingIsIgnored) {
 
 TEST(CMutexWithStarveProtectionTest, ManyThreadsCountExactly) {
   CMutexWithStarveProtection mutex;
-  long long counter = 0;
-  constexpr int kThreads = 8;
-  constexpr int kIterations = 3000;
-  std::vector<P<CThread>> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.push_back(newP<CFuncThread>([&](CFuncThread&) {
-      for (int i = 0; i < kIterations; ++i) {
-        CMutexLock lock(mutex);
-        CMutexLock nested(mutex);
-        long long seen = counter;
-        counter = seen + 1;
-      }
-    }));
-  }
-  for (auto& t : threads) t->start();
-  for (auto& t : threads) t->join(true);
-  EXPECT_EQ(counter, static_cast<long long>(kThreads) * kIterations);
+  EXPECT_EQ(test::countUnderLock(mutex, 8, 3000, true), 8LL * 3000);
   EXPECT_TRUE(freeForOthers(mutex));
 }
 

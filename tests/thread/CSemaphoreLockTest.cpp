@@ -8,13 +8,15 @@
 namespace qo {
 namespace {
 
-TEST(CSemaphoreLockTest, HoldsOnePermitForTheScope) {
+TEST(CSemaphoreLockTest, HoldsOnePermitForTheScopeAndReturnsItOnThrow) {
   CSemaphore semaphore(2);
   {
     CSemaphoreLock first(&semaphore);
-    {
+    try {
       CSemaphoreLock second(&semaphore);
       EXPECT_FALSE(semaphore.decValue(0));
+      throw 1;
+    } catch (int) {
     }
     EXPECT_TRUE(semaphore.decValue(0));
     semaphore.incValue();
@@ -22,16 +24,6 @@ TEST(CSemaphoreLockTest, HoldsOnePermitForTheScope) {
   EXPECT_TRUE(semaphore.decValue(0));
   EXPECT_TRUE(semaphore.decValue(0));
   EXPECT_FALSE(semaphore.decValue(0));
-}
-
-TEST(CSemaphoreLockTest, ReturnsThePermitWhenTheScopeThrows) {
-  CSemaphore semaphore(1);
-  try {
-    CSemaphoreLock lock(&semaphore);
-    throw 1;
-  } catch (int) {
-  }
-  EXPECT_TRUE(semaphore.decValue(0));
 }
 
 }  // namespace

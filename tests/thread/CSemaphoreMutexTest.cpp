@@ -3,29 +3,18 @@
 
 #include <gtest/gtest.h>
 
-#include <vector>
-
 #include "qo/core/CSystemError.h"
-#include "qo/thread/CMutexLock.h"
 #include "thread/ThreadTestSupport.h"
 
 namespace qo {
 namespace {
 
-using test::CFuncThread;
-
-TEST(CSemaphoreMutexTest, AnotherThreadMayUnlock) {
+TEST(CSemaphoreMutexTest, AnotherThreadMayUnlockButAnOpenMutexIsNotUnlocked) {
   CSemaphoreMutex mutex;
   mutex.lock();
-  auto other = newP<CFuncThread>([&](CFuncThread&) { mutex.unlock(); });
-  other->start();
-  other->join(true);
+  test::joinAll(test::startThreads(1, [&](int) { mutex.unlock(); }));
   mutex.lock();  // would wait forever if the other thread's unlock had failed
   mutex.unlock();
-}
-
-TEST(CSemaphoreMutexTest, UnlockingAnOpenMutexIsRefused) {
-  CSemaphoreMutex mutex;
   try {
     mutex.unlock();
     FAIL() << "no error";
@@ -38,22 +27,7 @@ TEST(CSemaphoreMutexTest, UnlockingAnOpenMutexIsRefused) {
 
 TEST(CSemaphoreMutexTest, ManyThreadsCountExactly) {
   CSemaphoreMutex mutex;
-  long long counter = 0;
-  constexpr int kThreads = 6;
-  constexpr int kIterations = 2000;
-  std::vector<P<CThread>> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.push_back(newP<CFuncThread>([&](CFuncThread&) {
-      for (int i = 0; i < kIterations; ++i) {
-        CMutexLock lock(mutex);
-        long long seen = counter;
-        counter = seen + 1;
-      }
-    }));
-  }
-  for (auto& t : threads) t->start();
-  for (auto& t : threads) t->join(true);
-  EXPECT_EQ(counter, static_cast<long long>(kThreads) * kIterations);
+  EXPECT_EQ(test::countUnderLock(mutex, 6, 2000, false), 6LL * 2000);
 }
 
 }  // namespace

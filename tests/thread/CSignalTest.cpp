@@ -11,19 +11,13 @@
 namespace qo {
 namespace {
 
-using test::CFuncThread;
-
 constexpr int kLongWait = 20000;  // an upper bound only
 
-TEST(CSignalTest, StartsUnsetAndATimedWaitExpires) {
+TEST(CSignalTest, StartsUnsetAndStaysSetUntilReset) {
   CSignal signal;
   EXPECT_FALSE(signal.isSet());
   EXPECT_FALSE(signal.wait(0));
   EXPECT_FALSE(signal.wait(20));
-}
-
-TEST(CSignalTest, StaysSetUntilReset) {
-  CSignal signal;
   signal.set();
   EXPECT_TRUE(signal.isSet());
   EXPECT_TRUE(signal.wait(-1));
@@ -37,31 +31,24 @@ TEST(CSignalTest, StaysSetUntilReset) {
 
 TEST(CSignalTest, OneSetReleasesEveryWaiter) {
   constexpr int kWaiters = 8;
-  CSignal go;
-  std::atomic<int> waiting{0};
-  std::atomic<int> released{0};
-  CSignal allWaiting;
-  std::vector<P<CThread>> threads;
-  for (int i = 0; i < kWaiters; ++i) {
-    threads.push_back(newP<CFuncThread>([&](CFuncThread&) {
-      if (++waiting == kWaiters) allWaiting.set();
-      if (go.wait(-1)) ++released;
-    }));
-  }
-  for (auto& t : threads) t->start();
+  CSignal go, allWaiting;
+  std::atomic<int> waiting{0}, released{0};
+  auto threads = test::startThreads(kWaiters, [&](int) {
+    if (++waiting == kWaiters) allWaiting.set();
+    if (go.wait(-1)) ++released;
+  });
   ASSERT_TRUE(allWaiting.wait(kLongWait));
   EXPECT_EQ(released.load(), 0);
   go.set();
-  for (auto& t : threads) t->join(true);
+  test::joinAll(threads);
   EXPECT_EQ(released.load(), kWaiters);
 }
 
 TEST(CSignalTest, PingPongBetweenTwoThreadsKeepsOrder) {
   constexpr int kRounds = 500;
-  CSignal ping;
-  CSignal pong;
+  CSignal ping, pong;
   std::vector<int> log;  // written in turn, guarded by the hand-over
-  auto other = newP<CFuncThread>([&](CFuncThread&) {
+  auto other = test::startThreads(1, [&](int) {
     for (int i = 0; i < kRounds; ++i) {
       ASSERT_TRUE(ping.wait(kLongWait));
       ping.reset();
@@ -69,14 +56,13 @@ TEST(CSignalTest, PingPongBetweenTwoThreadsKeepsOrder) {
       pong.set();
     }
   });
-  other->start();
   for (int i = 0; i < kRounds; ++i) {
     log.push_back(2 * i);
     ping.set();
     ASSERT_TRUE(pong.wait(kLongWait));
     pong.reset();
   }
-  other->join(true);
+  test::joinAll(other);
   ASSERT_EQ(log.size(), 2u * kRounds);
   for (int i = 0; i < 2 * kRounds; ++i) ASSERT_EQ(log[static_cast<size_t>(i)], i);
 }

@@ -17,37 +17,39 @@ using test::CWaitingThread;
 
 constexpr int kLongWait = 20000;  // an upper bound only
 
+int listed() { return CThreadList::get()->getSize(); }
+
+P<CWaitingThread> running(bool ignoreStop = false) {
+  auto thread = newP<CWaitingThread>(ignoreStop);
+  thread->start();
+  EXPECT_TRUE(thread->running().wait(kLongWait));
+  return thread;
+}
+
 TEST(CThreadListTest, ListsAThreadFromConstructionToDestruction) {
-  int const before = CThreadList::get()->getSize();
+  int const before = listed();
   {
     auto first = newP<CThread>();
     auto second = newP<CWaitingThread>();
-    EXPECT_EQ(CThreadList::get()->getSize(), before + 2);
+    EXPECT_EQ(listed(), before + 2);
     second->start();
     second->detach(true);
-    EXPECT_EQ(CThreadList::get()->getSize(), before + 2);  // detached threads stay listed
+    EXPECT_EQ(listed(), before + 2);  // detached threads stay listed
     second->signalStop();
     second->join(false);
+    CThreadList::get()->remove(first.get());  // removing an unlisted thread is ignored
+    CThreadList::get()->remove(first.get());
+    EXPECT_EQ(listed(), before + 1);
+    CThreadList::get()->add(first.get());  // the destructor removes it again
   }
-  EXPECT_EQ(CThreadList::get()->getSize(), before);
+  EXPECT_EQ(listed(), before);
 }
 
-TEST(CThreadListTest, RemoveOfAnUnlistedThreadIsIgnored) {
-  int const before = CThreadList::get()->getSize();
-  auto thread = newP<CThread>();
-  CThreadList::get()->remove(thread.get());
-  CThreadList::get()->remove(thread.get());
-  EXPECT_EQ(CThreadList::get()->getSize(), before);
-  CThreadList::get()->add(thread.get());  // the destructor removes it again
-}
-
+// The stop tests stop every listed thread: there must be none of other tests.
 TEST(CThreadListTest, StopAllThreadsWithoutLimitSignalsAndWaitsForAll) {
-  // Other tests' threads would be stopped too; there must be none.
-  ASSERT_EQ(CThreadList::get()->getSize(), 0);
+  ASSERT_EQ(listed(), 0);
   std::vector<P<CWaitingThread>> threads;
-  for (int i = 0; i < 4; ++i) threads.push_back(newP<CWaitingThread>());
-  for (auto& t : threads) t->start();
-  for (auto& t : threads) ASSERT_TRUE(t->running().wait(kLongWait));
+  for (int i = 0; i < 4; ++i) threads.push_back(running());
   EXPECT_TRUE(CThreadList::get()->stopAllThreads(-1, true));
   for (auto& t : threads) {
     EXPECT_FALSE(t->isAlive());
@@ -56,49 +58,35 @@ TEST(CThreadListTest, StopAllThreadsWithoutLimitSignalsAndWaitsForAll) {
   }
 }
 
-TEST(CThreadListTest, StopAllThreadsGivesUpAfterTheDeadline) {
-  ASSERT_EQ(CThreadList::get()->getSize(), 0);
-  auto stubborn = newP<CWaitingThread>(true);  // ignores the stop request
-  stubborn->start();
-  ASSERT_TRUE(stubborn->running().wait(kLongWait));
+TEST(CThreadListTest, StopAllThreadsGivesUpAfterTheDeadlineButSignals) {
+  ASSERT_EQ(listed(), 0);
+  auto stubborn = running(true);  // ignores the stop request
+  EXPECT_FALSE(CThreadList::get()->stopAllThreads(0, true));
+  EXPECT_FALSE(stubborn->checkContinue());  // it was asked
   auto started = std::chrono::steady_clock::now();
   EXPECT_FALSE(CThreadList::get()->stopAllThreads(30, true));
   EXPECT_GE(std::chrono::steady_clock::now() - started, std::chrono::milliseconds(30));
   EXPECT_TRUE(stubborn->isAlive());
-  EXPECT_FALSE(stubborn->checkContinue());  // it was asked
   stubborn->wake().set();
   EXPECT_TRUE(CThreadList::get()->stopAllThreads(-1, true));
   EXPECT_FALSE(stubborn->isAlive());
+  EXPECT_TRUE(CThreadList::get()->stopAllThreads(0, true));  // nothing alive: at once
 }
 
 TEST(CThreadListTest, FilterSkipsThreadsThatNeedNotStopBeforeExit) {
-  ASSERT_EQ(CThreadList::get()->getSize(), 0);
-  auto mustStop = newP<CWaitingThread>();
+  ASSERT_EQ(listed(), 0);
+  auto mustStop = running();
   auto mayRun = newP<CWaitingThread>();
   mayRun->setStopBeforeProcessExits(false);
-  mustStop->start();
   mayRun->start();
   ASSERT_TRUE(mayRun->running().wait(kLongWait));
   EXPECT_TRUE(CThreadList::get()->stopAllThreads(-1, true));
   EXPECT_FALSE(mustStop->isAlive());
   EXPECT_TRUE(mayRun->isAlive());
   EXPECT_TRUE(mayRun->checkContinue());  // not even signalled
-  // Without the filter it is stopped too.
-  EXPECT_TRUE(CThreadList::get()->stopAllThreads(-1, false));
+  EXPECT_TRUE(CThreadList::get()->stopAllThreads(-1, false));  // without the filter it stops too
   EXPECT_FALSE(mayRun->isAlive());
   EXPECT_FALSE(mayRun->checkContinue());
-}
-
-TEST(CThreadListTest, ZeroTimeoutStillSignalsAndReportsTheRunningThread) {
-  ASSERT_EQ(CThreadList::get()->getSize(), 0);
-  auto stubborn = newP<CWaitingThread>(true);
-  stubborn->start();
-  ASSERT_TRUE(stubborn->running().wait(kLongWait));
-  EXPECT_FALSE(CThreadList::get()->stopAllThreads(0, true));
-  EXPECT_FALSE(stubborn->checkContinue());
-  stubborn->wake().set();
-  stubborn->join(true);
-  EXPECT_TRUE(CThreadList::get()->stopAllThreads(0, true));  // nothing alive: at once
 }
 
 }  // namespace

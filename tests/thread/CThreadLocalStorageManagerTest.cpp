@@ -15,37 +15,25 @@ namespace {
 
 using test::CCounted;
 
-TEST(CThreadLocalStorageManagerTest, SlotsAreNumberedUniquely) {
+TEST(CThreadLocalStorageManagerTest, SlotsMapAndReleaseOfTheCallingThread) {
+  std::atomic<int> live{0};
   auto manager = newP<CThreadLocalStorageManager>();
-  int a = manager->createSlot();
-  int b = manager->createSlot();
-  int c = manager->createSlot();
-  EXPECT_LT(a, b);
-  EXPECT_LT(b, c);
-}
-
-TEST(CThreadLocalStorageManagerTest, MapIsCreatedOnlyWhenAsked) {
-  auto manager = newP<CThreadLocalStorageManager>();
+  int const slot1 = manager->createSlot();
+  int const slot2 = manager->createSlot();
+  EXPECT_LT(slot1, slot2);
+  EXPECT_LT(slot2, manager->createSlot());
   EXPECT_EQ(manager->getValueMapForThread(false), nullptr);
   CThreadLocalStorageManager::TValueMap* map = manager->getValueMapForThread(true);
   ASSERT_NE(map, nullptr);
   EXPECT_EQ(manager->getValueMapForThread(false), map);
   EXPECT_TRUE(map->empty());
-  manager->releaseAllThreadValues();
-  EXPECT_EQ(manager->getValueMapForThread(false), nullptr);
-}
-
-TEST(CThreadLocalStorageManagerTest, ReleaseDropsEveryValueOfTheCallingThread) {
-  std::atomic<int> live{0};
-  auto manager = newP<CThreadLocalStorageManager>();
-  int slot1 = manager->createSlot();
-  int slot2 = manager->createSlot();
   manager->setValue(slot1, newP<CCounted>(live).get());
   manager->setValue(slot2, newP<CCounted>(live).get());
   EXPECT_EQ(live.load(), 2);
   manager->releaseAllThreadValues();
   EXPECT_EQ(live.load(), 0);
   EXPECT_TRUE(manager->getValue(slot1).isNull());
+  EXPECT_EQ(manager->getValueMapForThread(false), nullptr);
   manager->releaseAllThreadValues();  // nothing left: no effect
 }
 

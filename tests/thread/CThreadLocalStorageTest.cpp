@@ -14,7 +14,6 @@ namespace qo {
 namespace {
 
 using test::CCounted;
-using test::CFuncThread;
 
 int valueOf(CThreadLocalStorage const& storage) {
   P<TSimpleType<int>> value = storage.getValue().cast<TSimpleType<int>>();
@@ -24,31 +23,28 @@ int valueOf(CThreadLocalStorage const& storage) {
 TEST(CThreadLocalStorageTest, EachThreadSeesOnlyItsOwnValue) {
   CThreadLocalStorage storage;
   EXPECT_TRUE(storage.getValue().isNull());
-  storage.setValue(newP<TSimpleType<int>>(100).get());
+  auto value = newP<TSimpleType<int>>(100);
+  storage.setValue(value.get());
+  EXPECT_EQ(value->getRefCountForDebugging(), 2);  // shared, not adopted
   constexpr int kThreads = 6;
   std::vector<int> seenBefore(kThreads, 0), seenAfter(kThreads, 0);
-  std::vector<P<CThread>> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.push_back(newP<CFuncThread>([&, t](CFuncThread&) {
-      seenBefore[static_cast<size_t>(t)] = valueOf(storage);
-      for (int i = 0; i < 200; ++i) storage.setValue(newP<TSimpleType<int>>(t * 1000 + i).get());
-      seenAfter[static_cast<size_t>(t)] = valueOf(storage);
-    }));
-  }
-  for (auto& th : threads) th->start();
-  for (auto& th : threads) th->join(true);
+  test::joinAll(test::startThreads(kThreads, [&](int t) {
+    seenBefore[static_cast<size_t>(t)] = valueOf(storage);
+    for (int i = 0; i < 200; ++i) storage.setValue(newP<TSimpleType<int>>(t * 1000 + i).get());
+    seenAfter[static_cast<size_t>(t)] = valueOf(storage);
+  }));
   for (int t = 0; t < kThreads; ++t) {
     EXPECT_EQ(seenBefore[static_cast<size_t>(t)], -1);
     EXPECT_EQ(seenAfter[static_cast<size_t>(t)], t * 1000 + 199);
   }
-  EXPECT_EQ(valueOf(storage), 100);
+  EXPECT_EQ(storage.getValue().get(), static_cast<IBase*>(value.get()));
   storage.setValue(nullptr);
+  EXPECT_EQ(value->getRefCountForDebugging(), 1);
 }
 
 TEST(CThreadLocalStorageTest, SlotsAreIndependentAndNullRemoves) {
   std::atomic<int> live{0};
-  CThreadLocalStorage first;
-  CThreadLocalStorage second;
+  CThreadLocalStorage first, second;
   EXPECT_NE(first.getSlot(), second.getSlot());
   first.setValue(newP<CCounted>(live).get());
   EXPECT_FALSE(first.getValue().isNull());
@@ -63,16 +59,6 @@ TEST(CThreadLocalStorageTest, SlotsAreIndependentAndNullRemoves) {
   second.setValue(nullptr);
   second.setValue(nullptr);
   EXPECT_EQ(live.load(), 0);
-}
-
-TEST(CThreadLocalStorageTest, StoredValueIsSharedNotAdopted) {
-  CThreadLocalStorage storage;
-  auto value = newP<TSimpleType<int>>(7);
-  storage.setValue(value.get());
-  EXPECT_EQ(value->getRefCountForDebugging(), 2);
-  EXPECT_EQ(storage.getValue().get(), static_cast<IBase*>(value.get()));
-  storage.setValue(nullptr);
-  EXPECT_EQ(value->getRefCountForDebugging(), 1);
 }
 
 }  // namespace

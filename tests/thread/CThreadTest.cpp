@@ -35,31 +35,25 @@ constexpr int kLongWait = 20000;  // an upper bound only; passing runs are quick
 // Collects logError reports while alive.
 class CapturedErrorLog {
 public:
-  CapturedErrorLog() { m_previous = setErrorLogHook(&hook); }
+  CapturedErrorLog() : m_previous(setErrorLogHook(&hook)) {}
   ~CapturedErrorLog() {
     setErrorLogHook(m_previous);
-    std::lock_guard<std::mutex> lock(mutex());
-    entries().clear();
+    std::lock_guard<std::mutex> lock(s_mutex);
+    s_entries.clear();
   }
   static std::vector<std::pair<String, String>> take() {
-    std::lock_guard<std::mutex> lock(mutex());
-    return entries();
+    std::lock_guard<std::mutex> lock(s_mutex);
+    return s_entries;
   }
 
 private:
   static void hook(CError const& error, String const& summary) {
-    std::lock_guard<std::mutex> lock(mutex());
-    entries().emplace_back(summary, error.getMessage());
+    std::lock_guard<std::mutex> lock(s_mutex);
+    s_entries.emplace_back(summary, error.getMessage());
   }
-  static std::mutex& mutex() {
-    static std::mutex m;
-    return m;
-  }
-  static std::vector<std::pair<String, String>>& entries() {
-    static std::vector<std::pair<String, String>> e;
-    return e;
-  }
-  ErrorLogHook m_previous;
+  static inline std::mutex s_mutex;
+  static inline std::vector<std::pair<String, String>> s_entries;
+  ErrorLogHook const m_previous;
 };
 
 TEST(CThreadTest, RunsTheRunnableOnAnotherThread) {
@@ -86,7 +80,6 @@ TEST(CThreadTest, JoinFromTheThreadItselfReturnsAtOnce) {
   thread->start();
   EXPECT_TRUE(selfJoined.wait(kLongWait));
   thread->join(true);
-  EXPECT_FALSE(thread->isAlive());
 }
 
 TEST(CThreadTest, JoinTrueRethrowsTheBodysErrorWithItsClass) {
@@ -110,14 +103,11 @@ TEST(CThreadTest, JoinTrueRethrowsTheBodysErrorWithItsClass) {
   ASSERT_EQ(entries.size(), 1u);
   EXPECT_EQ(entries[0].first, String(u"CThread::runImpl threw an exception."));
   EXPECT_EQ(entries[0].second, String(u"disk gone"));
-}
-
-TEST(CThreadTest, StandardExceptionBecomesCStdExceptionError) {
-  CapturedErrorLog log;
-  auto thread = newP<CFuncThread>([](CFuncThread&) { throw std::out_of_range("index 7"); });
-  thread->start();
+  // A standard exception becomes a CStdExceptionError.
+  auto other = newP<CFuncThread>([](CFuncThread&) { throw std::out_of_range("index 7"); });
+  other->start();
   try {
-    thread->join(true);
+    other->join(true);
     FAIL() << "join(true) did not rethrow";
   } catch (CStdExceptionError const& e) {
     EXPECT_EQ(e.getMessage(), String(u"index 7"));
@@ -175,15 +165,20 @@ TEST(CThreadTest, OnRunFinishedRunsAfterTheBodyAndNeverHidesItsError) {
   }
 }
 
-TEST(CThreadTest, RestartsAfterJoin) {
+TEST(CThreadTest, RestartsAfterJoinAndDetachDoesNothingBeforeStartOrAfterJoin) {
   std::atomic<int> runs{0};
   auto thread = newP<CFuncThread>([&](CFuncThread&) { ++runs; });
+  thread->detach(false);
+  EXPECT_FALSE(thread->isDetached());
   for (int i = 1; i <= 3; ++i) {
     thread->start();
     thread->join(true);
     EXPECT_EQ(runs.load(), i);
     EXPECT_FALSE(thread->isAlive());
   }
+  thread->detach(false);
+  EXPECT_FALSE(thread->isDetached());
+  EXPECT_TRUE(thread->getStopBeforeProcessExits());
 }
 
 TEST(CThreadTest, StartWhileRunningStopsAndJoinsTheOldRunFirst) {
@@ -217,17 +212,6 @@ TEST(CThreadTest, DetachedThreadCannotBeRestarted) {
   release.set();
   thread->join(false);  // polls until the OS thread is gone
   EXPECT_FALSE(thread->isAlive());
-}
-
-TEST(CThreadTest, DetachDoesNothingBeforeStartOrAfterJoin) {
-  auto thread = newP<CFuncThread>([](CFuncThread&) {});
-  thread->detach(false);
-  EXPECT_FALSE(thread->isDetached());
-  thread->start();
-  thread->join(false);
-  thread->detach(false);
-  EXPECT_FALSE(thread->isDetached());
-  EXPECT_TRUE(thread->getStopBeforeProcessExits());
 }
 
 // What a CDyingThread leaves behind when it dies.
@@ -303,33 +287,19 @@ TEST(CThreadTest, LastReleaseElsewhereStopsAndJoinsBeforeDestruction) {
   EXPECT_TRUE(bodyEnded.load());
 }
 
+// Records (read after join) or refuses; installed for one test, then the default is restored.
 class CRecordingInitService : public CBase, public IThreadInitService {
 public:
   void initThread(String const& threadName) override {
-    std::lock_guard<std::mutex> lock(m_mutex);
     if (m_throw) throw CError(u"init refused");
-    m_names.push_back(threadName);
-    m_ids.push_back(CThread::getCurrentID());
-  }
-  std::vector<String> names() {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_names;
-  }
-  std::vector<unsigned long long> ids() {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_ids;
+    names.push_back(threadName);
+    ids.push_back(CThread::getCurrentID());
   }
   bool m_throw = false;
-
-private:
-  std::mutex m_mutex;
-  std::vector<String> m_names;
-  std::vector<unsigned long long> m_ids;
+  std::vector<String> names;
+  std::vector<unsigned long long> ids;
 };
-
-// Installs a service for one test and restores the default.
-class InstalledInitService {
-public:
+struct InstalledInitService {
   explicit InstalledInitService(P<CRecordingInitService> const& service) {
     IThreadInitService::getGlobalSlot()->set(service);
   }
@@ -355,8 +325,8 @@ TEST(CThreadTest, EntryRoutineCallsTheInitServiceWithTheNameAndNamesTheThread) {
   EXPECT_EQ(thread->getThreadName(), String(u"qo.test.naming-is-long"));
   thread->start();
   thread->join(true);
-  EXPECT_EQ(service->names(), std::vector<String>{String(u"qo.test.naming-is-long")});
-  EXPECT_EQ(service->ids(), std::vector<unsigned long long>{thread->getID()});
+  EXPECT_EQ(service->names, std::vector<String>{String(u"qo.test.naming-is-long")});
+  EXPECT_EQ(service->ids, std::vector<unsigned long long>{thread->getID()});
   if (procNames) EXPECT_EQ(seenName, "qo.test.naming-");  // 15 bytes kept
 }
 
@@ -389,22 +359,15 @@ TEST(CThreadTest, ThreadLocalValuesAreReleasedWhenTheThreadEnds) {
   EXPECT_EQ(live.load(), 0);
 }
 
-TEST(CThreadTest, IsThreadAliveByID) {
+TEST(CThreadTest, IsThreadAliveByIDAndKillThreadEndsItOrIsRefusedOnPOSIX) {
   EXPECT_TRUE(CThread::isThreadAlive(static_cast<long long>(CThread::getCurrentID())));
   EXPECT_FALSE(CThread::isThreadAlive(0));
   EXPECT_FALSE(CThread::isThreadAlive(0xFFFFFFF0LL));
-  auto thread = newP<CWaitingThread>();
-  thread->start();
-  ASSERT_TRUE(thread->running().wait(kLongWait));
-  EXPECT_TRUE(CThread::isThreadAlive(static_cast<long long>(thread->getID())));
-  thread->stop(true);
-}
-
-TEST(CThreadTest, KillThreadEndsItOrIsRefusedOnPOSIX) {
   auto thread = newP<CWaitingThread>(true);
   thread->start();
   ASSERT_TRUE(thread->running().wait(kLongWait));
-  long long id = static_cast<long long>(thread->getID());
+  long long const id = static_cast<long long>(thread->getID());
+  EXPECT_TRUE(CThread::isThreadAlive(id));
   if (CSystemError::getPlatformDomain() == String(u"POSIX")) {
     try {
       CThread::killThread(id, 3);

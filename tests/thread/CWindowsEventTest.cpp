@@ -4,25 +4,19 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <vector>
 
 #include "thread/ThreadTestSupport.h"
 
 namespace qo {
 namespace {
 
-using test::CFuncThread;
-
-constexpr int kLongWait = 20000;  // an upper bound only
-
-TEST(CWindowsEventTest, InitialStateAndKind) {
+TEST(CWindowsEventTest, InitialStateKindAndReset) {
   struct Case {
-    bool manual, initial;
-    bool firstWait, secondWait;
+    bool manual, initial, firstWait, secondWait;
   };
   Case const cases[] = {
       {true, false, false, false},
-      {true, true, true, true},    // manual: stays set
+      {true, true, true, true},  // manual: stays set
       {false, false, false, false},
       {false, true, true, false},  // auto: the first wait consumes it
   };
@@ -33,38 +27,30 @@ TEST(CWindowsEventTest, InitialStateAndKind) {
     EXPECT_EQ(event.wait(0), c.firstWait);
     EXPECT_EQ(event.isSet(), c.secondWait);
   }
-}
-
-TEST(CWindowsEventTest, AutoResetReleasesOneWaiterPerSet) {
-  constexpr int kWaiters = 4;
-  CWindowsEvent event(false, false);
-  std::atomic<int> released{0};
-  std::vector<P<CThread>> threads;
-  for (int i = 0; i < kWaiters; ++i) {
-    threads.push_back(newP<CFuncThread>([&](CFuncThread&) {
-      ASSERT_TRUE(event.wait(kLongWait));
-      ++released;
-    }));
-  }
-  for (auto& t : threads) t->start();
-  for (int i = 1; i <= kWaiters; ++i) {
-    event.set();
-    // The next set must not be merged with this one: wait until a waiter
-    // has consumed it.
-    while (released.load() < i) CThread::yield(false);
-  }
-  for (auto& t : threads) t->join(true);
-  EXPECT_EQ(released.load(), kWaiters);
-  EXPECT_FALSE(event.wait(0));
-}
-
-TEST(CWindowsEventTest, ResetClearsAManualEvent) {
   CWindowsEvent event(true, true);
   event.reset();
   EXPECT_FALSE(event.wait(20));
   event.set();
   EXPECT_TRUE(event.wait(-1));
   EXPECT_TRUE(event.isSet());
+}
+
+TEST(CWindowsEventTest, AutoResetReleasesOneWaiterPerSet) {
+  constexpr int kWaiters = 4;
+  CWindowsEvent event(false, false);
+  std::atomic<int> released{0};
+  auto threads = test::startThreads(kWaiters, [&](int) {
+    ASSERT_TRUE(event.wait(20000));
+    ++released;
+  });
+  for (int i = 1; i <= kWaiters; ++i) {
+    event.set();
+    // Wait until a waiter consumed this set, so the next is not merged with it.
+    while (released.load() < i) CThread::yield(false);
+  }
+  test::joinAll(threads);
+  EXPECT_EQ(released.load(), kWaiters);
+  EXPECT_FALSE(event.wait(0));
 }
 
 }  // namespace

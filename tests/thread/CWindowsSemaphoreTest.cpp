@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
+#include <vector>
 
 #include "qo/core/CSystemError.h"
 #include "qo/thread/CThread.h"
@@ -19,43 +21,42 @@ String uniqueName(char16_t const* tag) {
          toString(++counter);
 }
 
-void expectPlace(CSystemError const& e, char16_t const* function, char16_t const* api) {
-  EXPECT_EQ(e.getParams().lookup(u"function"), String(function));
-  EXPECT_EQ(e.getParams().lookup(u"api"), String(api));
-  EXPECT_EQ(e.getErrorCodeDomain(), CSystemError::getPlatformDomain());
-  EXPECT_NE(e.getErrorCode(), 0);
-}
-
-TEST(CWindowsSemaphoreTest, ReleaseBeyondTheMaximumIsRefused) {
-  CWindowsSemaphore semaphore(String(), 1, 2);
-  EXPECT_TRUE(semaphore.wasCreated());
-  semaphore.incValue();
-  try {
-    semaphore.incValue();
-    FAIL() << "no error";
-  } catch (CSystemError const& e) {
-    expectPlace(e, u"CWindowsSemaphore::incValue", u"ReleaseSemaphore");
-    EXPECT_EQ(e.getMessage(), String(u"Error releasing semaphore."));
-  }
-  EXPECT_TRUE(semaphore.decValue(0));
-  EXPECT_TRUE(semaphore.decValue(0));
-  EXPECT_FALSE(semaphore.decValue(0));
-}
-
-TEST(CWindowsSemaphoreTest, BadLimitsAreRefusedByTheCreator) {
+TEST(CWindowsSemaphoreTest, FailuresNameTheirPlace) {
+  CWindowsSemaphore full(String(), 1, 2);
+  EXPECT_TRUE(full.wasCreated());
+  full.incValue();
+  String const missing = uniqueName(u"missing");
   struct Case {
-    unsigned initial, max;
+    std::function<void()> call;
+    char16_t const *function, *api, *message;
   };
-  for (Case c : {Case{0, 0}, Case{3, 2}, Case{0, 0x80000000u}}) {
-    SCOPED_TRACE(testing::Message() << c.initial << "/" << c.max);
+  char16_t const* const kCreate = u"CWindowsSemaphore::constructCreateOrOpen";
+  std::vector<Case> const cases = {
+      {[&] { full.incValue(); }, u"CWindowsSemaphore::incValue", u"ReleaseSemaphore", u"Error releasing semaphore."},
+      {[] { CWindowsSemaphore s(String(), 0, 0); }, kCreate, u"CreateSemaphore", u"Error creating semaphore."},
+      {[] { CWindowsSemaphore s(String(), 3, 2); }, kCreate, u"CreateSemaphore", u"Error creating semaphore."},
+      {[] { CWindowsSemaphore s(String(), 0, 0x80000000u); }, kCreate, u"CreateSemaphore",
+       u"Error creating semaphore."},
+      {[&] { CWindowsSemaphore s(missing); }, u"CWindowsSemaphore::constructOpen", u"OpenSemaphore",
+       u"Error opening semaphore."},
+  };
+  for (Case const& c : cases) {
+    SCOPED_TRACE(String(c.message).toUTF8());
     try {
-      CWindowsSemaphore semaphore(String(), c.initial, c.max);
-      FAIL() << "no error";
+      c.call();
+      ADD_FAILURE() << "no error";
     } catch (CSystemError const& e) {
-      expectPlace(e, u"CWindowsSemaphore::constructCreateOrOpen", u"CreateSemaphore");
-      EXPECT_EQ(e.getMessage(), String(u"Error creating semaphore."));
+      EXPECT_EQ(e.getParams().lookup(u"function"), String(c.function));
+      EXPECT_EQ(e.getParams().lookup(u"api"), String(c.api));
+      EXPECT_EQ(e.getErrorCodeDomain(), CSystemError::getPlatformDomain());
+      EXPECT_NE(e.getErrorCode(), 0);
+      EXPECT_EQ(e.getMessage(), String(c.message));
+      if (String(c.api) == String(u"OpenSemaphore")) EXPECT_EQ(e.getParams().lookup(u"name"), missing);
     }
   }
+  EXPECT_TRUE(full.decValue(0));  // the refused release left the count at the maximum
+  EXPECT_TRUE(full.decValue(0));
+  EXPECT_FALSE(full.decValue(0));
 }
 
 TEST(CWindowsSemaphoreTest, NamedSemaphoreIsSharedByCreatorAndOpeners) {
@@ -75,18 +76,6 @@ TEST(CWindowsSemaphoreTest, NamedSemaphoreIsSharedByCreatorAndOpeners) {
     EXPECT_FALSE(second.decValue(0));
   }
   CWindowsSemaphore::removeName(name);
-}
-
-TEST(CWindowsSemaphoreTest, OpeningAMissingNameFails) {
-  String name = uniqueName(u"missing");
-  try {
-    CWindowsSemaphore semaphore(name);
-    FAIL() << "no error";
-  } catch (CSystemError const& e) {
-    expectPlace(e, u"CWindowsSemaphore::constructOpen", u"OpenSemaphore");
-    EXPECT_EQ(e.getMessage(), String(u"Error opening semaphore."));
-    EXPECT_EQ(e.getParams().lookup(u"name"), name);
-  }
 }
 
 }  // namespace

@@ -14,28 +14,26 @@ public:
   String last;
 };
 
-TEST(IThreadInitServiceTest, DefaultIsTheDummyServiceAndDoesNothing) {
-  P<IThreadInitService> service = IThreadInitService::get();
-  ASSERT_FALSE(service.isNull());
-  EXPECT_NE(dynamic_cast<CDummyThreadInitService*>(service.get()), nullptr);
-  EXPECT_EQ(service, IThreadInitService::get());
-  service->initThread(u"qo.any");
+bool isDummy(P<IThreadInitService> const& service) {
+  return dynamic_cast<CDummyThreadInitService*>(service.get()) != nullptr;
 }
 
-TEST(IThreadInitServiceTest, InstalledServiceIsReturnedUntilRemoved) {
+TEST(IThreadInitServiceTest, DefaultIsTheDummyUntilAServiceIsInstalledAndAfterRemovalOrDispose) {
+  P<IThreadInitService> service = IThreadInitService::get();
+  ASSERT_FALSE(service.isNull());
+  EXPECT_TRUE(isDummy(service));
+  EXPECT_EQ(service, IThreadInitService::get());
+  service->initThread(u"qo.any");
   auto custom = newP<CCountingInitService>();
   IThreadInitService::getGlobalSlot()->set(custom);
   EXPECT_EQ(IThreadInitService::get(), custom);
   IThreadInitService::get()->initThread(u"qo.x");
   EXPECT_EQ(custom->last, String(u"qo.x"));
   IThreadInitService::getGlobalSlot()->set(nil);
-  EXPECT_NE(dynamic_cast<CDummyThreadInitService*>(IThreadInitService::get().get()), nullptr);
-}
-
-TEST(IThreadInitServiceTest, DisposedSlotStartsAgainFromTheDefault) {
-  IThreadInitService::getGlobalSlot()->set(newP<CCountingInitService>());
+  EXPECT_TRUE(isDummy(IThreadInitService::get()));
+  IThreadInitService::getGlobalSlot()->set(custom);
   IThreadInitService::disposeGlobalSlot();
-  EXPECT_NE(dynamic_cast<CDummyThreadInitService*>(IThreadInitService::get().get()), nullptr);
+  EXPECT_TRUE(isDummy(IThreadInitService::get()));
 }
 
 }  // namespace

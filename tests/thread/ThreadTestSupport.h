@@ -1,15 +1,17 @@
 // Helpers for the thread tests: threads and runnables from lambdas, a
-// thread that a stop request wakes, and a live-instance counter.
+// thread that a stop request wakes, a live-instance counter, and runners.
 #ifndef QO_TESTS_THREAD_THREADTESTSUPPORT_H
 #define QO_TESTS_THREAD_THREADTESTSUPPORT_H
 
 #include <atomic>
 #include <functional>
 #include <utility>
+#include <vector>
 
 #include "qo/core/CBase.h"
 #include "qo/thread/CSignal.h"
 #include "qo/thread/CThread.h"
+#include "qo/thread/CMutexLock.h"
 #include "qo/thread/CWindowsEvent.h"
 #include "qo/thread/IRunnable.h"
 
@@ -70,6 +72,33 @@ public:
 private:
   std::atomic<int>& m_live;
 };
+
+/// Starts `count` threads, each running body(index).
+inline std::vector<P<CThread>> startThreads(int count, std::function<void(int)> const& body) {
+  std::vector<P<CThread>> threads;
+  for (int i = 0; i < count; ++i) threads.push_back(newP<CFuncThread>([body, i](CFuncThread&) { body(i); }));
+  for (auto& t : threads) t->start();
+  return threads;
+}
+inline void joinAll(std::vector<P<CThread>> const& threads) {
+  for (auto const& t : threads) t->join(true);
+}
+
+/// threads x iterations unguarded increments, each under the mutex (taken
+/// twice when nested); the result is exact only if the mutex excludes.
+inline long long countUnderLock(IMutex& mutex, int threads, int iterations, bool nested) {
+  long long counter = 0;
+  joinAll(startThreads(threads, [&](int) {
+    for (int i = 0; i < iterations; ++i) {
+      CMutexLock lock(mutex);
+      if (nested) mutex.lock();
+      long long const seen = counter;
+      counter = seen + 1;
+      if (nested) mutex.unlock();
+    }
+  }));
+  return counter;
+}
 
 }  // namespace qo::test
 
