@@ -33,9 +33,7 @@ std::string backupExe() {
 #  ifdef _WIN32
   // Under Wine the build tree's POSIX path is on drive Z:.
   if (!exe.empty() && exe[0] == '/') exe = "Z:" + exe;
-  for (char& c : exe) {
-    if (c == '/') c = '\\';
-  }
+  for (char& c : exe) c = c == '/' ? '\\' : c;
 #  endif
   return exe;
 }
@@ -62,10 +60,7 @@ int runProgram(std::string const& exe, std::vector<std::string> const& args, fs:
 #ifdef _WIN32
   auto quote = [](std::wstring const& arg) {
     std::wstring out = L"\"";
-    for (wchar_t c : arg) {
-      if (c == L'"') out += L'\\';
-      out += c;
-    }
+    for (wchar_t c : arg) out += c == L'"' ? std::wstring(L"\\\"") : std::wstring(1, c);
     return out + L"\"";
   };
   std::wstring command = quote(fs::u8path(exe).wstring());
@@ -128,9 +123,7 @@ std::string pseudoRandom(std::size_t size, unsigned long long seed) {
   std::string data(size, '\0');
   unsigned long long x = seed * 0x9E3779B97F4A7C15ULL + 1;
   for (std::size_t i = 0; i < size; i += 8) {
-    x ^= x << 13;
-    x ^= x >> 7;
-    x ^= x << 17;
+    x ^= x << 13, x ^= x >> 7, x ^= x << 17;
     for (std::size_t k = 0; k < 8 && i + k < size; ++k) data[i + k] = static_cast<char>(x >> (8 * k));
   }
   return data;
@@ -152,14 +145,11 @@ Tree makeTree(fs::path const& root) {
     ++tree.files;
     tree.bytes += static_cast<long long>(size);
   };
-  for (int d = 0; d < 10; ++d) {
-    for (int s = 0; s < 5; ++s) {
-      for (int f = 0; f < 20; ++f) {
-        std::size_t const size = static_cast<std::size_t>((d * 7919 + s * 104729 + f * 1299709) % 20000);
-        add(fs::path("dir" + std::to_string(d)) / ("sub" + std::to_string(s)) / ("file" + std::to_string(f) + ".dat"), size);
-      }
-    }
-  }
+  for (int d = 0; d < 10; ++d)
+    for (int s = 0; s < 5; ++s)
+      for (int f = 0; f < 20; ++f)
+        add(fs::path("dir" + std::to_string(d)) / ("sub" + std::to_string(s)) / ("file" + std::to_string(f) + ".dat"),
+            static_cast<std::size_t>((d * 7919 + s * 104729 + f * 1299709) % 20000));
   add(fs::path("large") / "big-0.bin", 40u << 20);
   add(fs::path("large") / "big-1.bin", 30u << 20);
   add(fs::path("large") / "big-2.bin", (25u << 20) + 12345);
@@ -250,16 +240,11 @@ struct Summary {
 Summary parseSummary(std::string const& output) {
   Summary s;
   std::size_t const at = output.find("Backup finished: ");
-  if (at != std::string::npos) {
+  if (at != std::string::npos)
     std::sscanf(output.c_str() + at, "Backup finished: %lld files, %lld copied, %lld unchanged, %lld failed", &s.files,
                 &s.copied, &s.unchanged, &s.failed);
-  }
   return s;
 }
-
-#ifndef _WIN32
-bool runningAsRoot() { return geteuid() == 0; }
-#endif
 
 class QoBackup : public ::testing::Test {
 protected:
@@ -296,7 +281,7 @@ TEST_F(QoBackup, BacksUpATreeThenSkipsItThenSurvivesAnUnreadableFile) {
   std::vector<std::string> const args{"--log", u8(log), u8(source), u8(target)};
 
   ASSERT_EQ(0, run(args)) << m_output;
-  Summary first = parseSummary(m_output);
+  Summary const first = parseSummary(m_output);
   EXPECT_EQ(tree.files, first.files) << m_output;
   EXPECT_EQ(tree.files, first.copied) << m_output;
   EXPECT_EQ(0, first.failed) << m_output;
@@ -316,9 +301,8 @@ TEST_F(QoBackup, BacksUpATreeThenSkipsItThenSurvivesAnUnreadableFile) {
   std::string const unreadable = "dir5/sub1/file4.dat";
   std::string const changedData = pseudoRandom(readAll(source / changed).size(), 999);
   writeFile(source / changed, changedData);
-  for (std::string const& name : {changed, unreadable}) {
+  for (std::string const& name : {changed, unreadable})
     fs::last_write_time(source / name, fs::last_write_time(source / name) + std::chrono::seconds(10));
-  }
   std::string const keptData = readAll(target / unreadable);
 #ifdef _WIN32
   // Held without sharing: the program's open fails with a sharing violation.
@@ -326,7 +310,7 @@ TEST_F(QoBackup, BacksUpATreeThenSkipsItThenSurvivesAnUnreadableFile) {
                                FILE_ATTRIBUTE_NORMAL, nullptr);
   ASSERT_NE(INVALID_HANDLE_VALUE, blocker);
 #else
-  if (runningAsRoot()) {
+  if (geteuid() == 0) {
     // Root reads any permission bits; a dangling link is a file that root
     // cannot open either.
     fs::remove(source / unreadable);

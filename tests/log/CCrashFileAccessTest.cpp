@@ -31,13 +31,10 @@ protected:
   TempFolder m_folder{::testing::UnitTest::GetInstance()->current_test_info()->name()};
 };
 
-TEST_F(CCrashFileAccessTest, EscapesFourEntitiesAndNoApostrophe) {
+TEST_F(CCrashFileAccessTest, EscapesFourEntitiesAndWritesWideTextAsUTF8) {
   EXPECT_EQ("a&amp;b&lt;c&gt;d&quot;e'f",
             written(m_folder, [](CCrashFileAccess& f) { f.writeEscaped("a&b<c>d\"e'f"); }));
   EXPECT_EQ("&amp;&lt;&gt;&quot;'", written(m_folder, [](CCrashFileAccess& f) { f.writeEscaped(L"&<>\"'"); }));
-}
-
-TEST_F(CCrashFileAccessTest, WritesWideTextAsUTF8) {
   EXPECT_EQ("x\xC3\xA9\xE4\xB8\xAD\xF0\x9F\x98\x80",
             written(m_folder, [](CCrashFileAccess& f) { f.writeEscaped(L"x\u00E9\u4E2D\U0001F600"); }));
   if (sizeof(wchar_t) == 2) {
@@ -56,9 +53,12 @@ TEST_F(CCrashFileAccessTest, WritesNumbersAndAddresses) {
     SCOPED_TRACE(c.text);
     EXPECT_EQ(c.text, written(m_folder, [&](CCrashFileAccess& f) { f.writeInt64String(c.value); }));
   }
-  EXPECT_EQ("0x0000000000000000", written(m_folder, [](CCrashFileAccess& f) { f.writeAddressString(0); }));
-  EXPECT_EQ("0x00000000deadbeef", written(m_folder, [](CCrashFileAccess& f) { f.writeAddressString(0xDEADBEEF); }));
-  EXPECT_EQ("0xffffffffffffffff", written(m_folder, [](CCrashFileAccess& f) { f.writeAddressString(~0ull); }));
+  EXPECT_EQ("0x0000000000000000;0x00000000deadbeef;0xffffffffffffffff", written(m_folder, [](CCrashFileAccess& f) {
+              for (unsigned long long a : {0ull, 0xDEADBEEFull, ~0ull}) {
+                if (a != 0) f.writeStringRaw(";");
+                f.writeAddressString(a);
+              }
+            }));
   EXPECT_EQ(std::string("\x08\x07\x06\x05\x04\x03\x02\x01", 8),
             written(m_folder, [](CCrashFileAccess& f) { f.writeInt64Binary(0x0102030405060708LL); }));
 }

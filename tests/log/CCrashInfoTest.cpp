@@ -110,10 +110,8 @@ TEST(CCrashInfoTest, NamesTheRuntimeKinds) {
   struct Case {
     CCrashInfo::CRTCrash kind;
     char const* text;
-  } const cases[] = {{CCrashInfo::kCRTUnexpected, "crt unexpected"},
-                     {CCrashInfo::kCRTPureCall, "crt purecall"},
-                     {CCrashInfo::kCRTTerminate, "crt terminate"},
-                     {CCrashInfo::kCRTInvalidParam, "crt invalid param"}};
+  } const cases[] = {{CCrashInfo::kCRTUnexpected, "crt unexpected"}, {CCrashInfo::kCRTPureCall, "crt purecall"},
+                     {CCrashInfo::kCRTTerminate, "crt terminate"}, {CCrashInfo::kCRTInvalidParam, "crt invalid param"}};
   CCrashInfo info;
   for (Case const& c : cases) {
     SCOPED_TRACE(c.text);
@@ -127,12 +125,13 @@ TEST(CCrashInfoTest, NamesTheRuntimeKinds) {
 }
 
 TEST(CCrashInfoTest, NamesTheFaultKinds) {
-#ifdef _WIN32
   struct Case {
     unsigned code;
     int detail;
     char const* text;
-  } const cases[] = {
+  };
+#ifdef _WIN32
+  Case const cases[] = {
       {EXCEPTION_ACCESS_VIOLATION, 0, "access violation"},
       {EXCEPTION_FLT_DIVIDE_BY_ZERO, 0, "floating point divide by zero"},
       {EXCEPTION_FLT_INVALID_OPERATION, 0, "floating point error"},
@@ -145,11 +144,7 @@ TEST(CCrashInfoTest, NamesTheFaultKinds) {
       {EXCEPTION_BREAKPOINT, 0, "unknown"},
   };
 #elif defined(__x86_64__)
-  struct Case {
-    unsigned code;
-    int detail;
-    char const* text;
-  } const cases[] = {
+  Case const cases[] = {
       {SIGSEGV, SEGV_MAPERR, "access violation"},   {SIGBUS, BUS_ADRERR, "access violation"},
       {SIGBUS, BUS_ADRALN, "data misaligned"},      {SIGFPE, FPE_INTDIV, "integer divide by zero"},
       {SIGFPE, FPE_INTOVF, "integer overflow"},     {SIGFPE, FPE_FLTDIV, "floating point divide by zero"},
@@ -158,11 +153,7 @@ TEST(CCrashInfoTest, NamesTheFaultKinds) {
   };
 #else
   GTEST_SKIP() << "the fault records are built for x86-64 only";
-  struct Case {
-    unsigned code;
-    int detail;
-    char const* text;
-  } const cases[] = {{0, 0, ""}};
+  Case const cases[] = {{0, 0, ""}};
 #endif
   CCrashInfo info;
   for (Case const& c : cases) {
@@ -202,11 +193,7 @@ TEST(CCrashInfoTest, WritesTheInfoFileOfAnInvalidParameterExactly) {
             "  <crt-file>C:\\src\\x.cpp</crt-file>\n"
             "  <crt-line>42</crt-line>",
             headOfInfo(infoXml(folder, info)));
-}
-
-TEST(CCrashInfoTest, LeavesOutEmptyRuntimeTexts) {
-  TempFolder folder("info-empty-texts");
-  CCrashInfo info;
+  // Empty texts are left out.
   info.initCRTInvalidParam(nullptr, L"", nullptr, 0, -5);
   EXPECT_EQ("<?xml version=\"1.0\" encoding=\"utf-8\" ?>\n"
             "<crash type=\"crt invalid param\" timestamp=\"-5\">\n"
@@ -301,9 +288,10 @@ class CCrashInfoLogTest : public ::testing::Test {
 protected:
   void SetUp() override { std::filesystem::create_directories(m_folder.path()); }
 
-  bool append() {
-    CCrashTools::fsStringCopy(m_log, CCrashTools::kPathCapacity, m_folder.qoPath("log.xml").toString());
-    CCrashTools::fsStringCopy(m_suffix, CCrashTools::kPathCapacity, m_folder.qoPath("log-suffix.xml").toString());
+  bool append(std::string const& folder = std::string()) {
+    CCrashTools::fsStringCopy(m_log, CCrashTools::kPathCapacity, m_folder.qoPath(folder + "log.xml").toString());
+    CCrashTools::fsStringCopy(m_suffix, CCrashTools::kPathCapacity,
+                              m_folder.qoPath(folder + "log-suffix.xml").toString());
     m_info.init(CCrashInfo::kCRTTerminate, 12345);
     return m_info.writeToXMLLog(m_tools, m_log, m_suffix, L"App & co crashed.");
   }
@@ -319,8 +307,9 @@ protected:
            "        <modules>\n"
            "          <module name=\"";
   }
-  static constexpr char const* kEntryEnd = "\n        </modules>\n      </crash>\n    </centry>";
+  static constexpr char const* kEntryEndText = "\n        </modules>\n      </crash>\n    </centry>";
 
+  std::string const kEntryEnd = kEntryEndText;
   TempFolder m_folder{::testing::UnitTest::GetInstance()->current_test_info()->name()};
   CCrashInfo m_info;
   CCrashTools m_tools;
@@ -328,52 +317,47 @@ protected:
   wchar_t m_suffix[CCrashTools::kPathCapacity];
 };
 
-TEST_F(CCrashInfoLogTest, AppendsOnlyTheEntryWhenTheSuffixClosesSessionAndLog) {
-  std::string const before =
+TEST_F(CCrashInfoLogTest, AppendsTheEntryAndOpensWhatTheSuffixDoesNotClose) {
+  std::string const running =
       "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<log>\n  <session time=\"2024-01-02T03:04:05\">\n"
       "    <entry level=\"info\" time=\"2024-01-02T03:04:05\">it&apos;s running</entry>";
-  std::string const closing = "\n  </session>\n</log>\n";
-  crashtest::writeFile(m_folder.file("log.xml"), before);
-  crashtest::writeFile(m_folder.file("log-suffix.xml"), closing);
-  ASSERT_TRUE(append());
-  std::string const after = main();
-  ASSERT_EQ(before, after.substr(0, before.size()));
-  EXPECT_EQ(entryStart(), after.substr(before.size(), entryStart().size()));
-  EXPECT_EQ(kEntryEnd, after.substr(after.size() - std::string(kEntryEnd).size()));
-  EXPECT_EQ(std::string::npos, after.find("<session>"));
-  EXPECT_EQ(closing, suffix());
-  QO_EXPECT_WELL_FORMED(m_folder.path(), after + suffix());
-}
-
-TEST_F(CCrashInfoLogTest, OpensLogAndSessionWhenThereIsNoSuffix) {
-  ASSERT_TRUE(append());
-  std::string const after = main();
-  std::string const head = "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\n<log>\n  <session>";
-  ASSERT_EQ(head, after.substr(0, head.size()));
-  EXPECT_EQ(entryStart(), after.substr(head.size(), entryStart().size()));
-  std::string const tail = std::string(kEntryEnd) + "\n  </session>";
-  EXPECT_EQ(tail, after.substr(after.size() - tail.size()));
-  EXPECT_EQ("\n</log>\n", suffix());
-  QO_EXPECT_WELL_FORMED(m_folder.path(), after + suffix());
-}
-
-TEST_F(CCrashInfoLogTest, OpensASessionWhenTheSuffixClosesOnlyTheLog) {
-  std::string const before = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<log>\n  <session time=\"x\" />";
-  crashtest::writeFile(m_folder.file("log.xml"), before);
-  crashtest::writeFile(m_folder.file("log-suffix.xml"), "\n</log>\n");
-  ASSERT_TRUE(append());
-  std::string const after = main();
-  EXPECT_EQ(before + "\n  <session>", after.substr(0, before.size() + 12));
-  EXPECT_EQ("\n</log>\n", suffix());
-  QO_EXPECT_WELL_FORMED(m_folder.path(), after + suffix());
+  std::string const closedSession = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<log>\n  <session time=\"x\" />";
+  struct Case {
+    char const* name;
+    std::string main;
+    char const* suffix;  // null: neither file exists
+    std::string head;    // what comes before the entry
+    std::string tail;    // what follows the entry
+    char const* suffixAfter;
+  } const cases[] = {
+      {"suffix closes session and log", running, "\n  </session>\n</log>\n", running, "", "\n  </session>\n</log>\n"},
+      {"no suffix", "", nullptr, "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\n<log>\n  <session>", "\n  </session>",
+       "\n</log>\n"},
+      {"suffix closes only the log", closedSession, "\n</log>\n", closedSession + "\n  <session>", "\n  </session>",
+       "\n</log>\n"},
+  };
+  for (Case const& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::filesystem::remove(m_folder.file("log.xml"));
+    std::filesystem::remove(m_folder.file("log-suffix.xml"));
+    if (c.suffix != nullptr) {
+      crashtest::writeFile(m_folder.file("log.xml"), c.main);
+      crashtest::writeFile(m_folder.file("log-suffix.xml"), c.suffix);
+    }
+    ASSERT_TRUE(append());
+    std::string const after = main();
+    ASSERT_EQ(c.head, after.substr(0, c.head.size()));
+    EXPECT_EQ(entryStart(), after.substr(c.head.size(), entryStart().size()));
+    std::string const tail = kEntryEnd + c.tail;
+    EXPECT_EQ(tail, after.substr(after.size() - tail.size()));
+    EXPECT_EQ(std::string::npos, after.find("<session>", c.head.size()));
+    EXPECT_EQ(c.suffixAfter, suffix());
+    QO_EXPECT_WELL_FORMED(m_folder.path(), after + suffix());
+  }
 }
 
 TEST_F(CCrashInfoLogTest, SkipsTheEntryWhenTheLogCannotBeOpened) {
-  CCrashTools::fsStringCopy(m_log, CCrashTools::kPathCapacity, m_folder.qoPath("missing\\log.xml").toString());
-  CCrashTools::fsStringCopy(m_suffix, CCrashTools::kPathCapacity,
-                            m_folder.qoPath("missing\\log-suffix.xml").toString());
-  m_info.init(CCrashInfo::kCRTTerminate, 1);
-  EXPECT_FALSE(m_info.writeToXMLLog(m_tools, m_log, m_suffix));
+  EXPECT_FALSE(append("missing\\"));
   EXPECT_TRUE(m_folder.names().empty());
 }
 

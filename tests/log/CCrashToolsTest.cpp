@@ -9,15 +9,12 @@
 namespace qo {
 namespace {
 
-TEST(CCrashToolsTest, MeasuresTextAndNull) {
+TEST(CCrashToolsTest, MeasuresAndCopiesOnlyWhatFitsWithItsNul) {
   EXPECT_EQ(0, CCrashTools::getStringLength(nullptr));
   EXPECT_EQ(3, CCrashTools::getStringLength("abc"));
   EXPECT_EQ(0, CCrashTools::getFSStringLength(nullptr));
   EXPECT_EQ(0, CCrashTools::getFSStringLength(L""));
   EXPECT_EQ(4, CCrashTools::getFSStringLength(L"a\\b."));
-}
-
-TEST(CCrashToolsTest, CopiesOnlyWhatFitsWithItsNul) {
   wchar_t target[4] = {L'x', L'x', L'x', L'x'};
   EXPECT_EQ(3, CCrashTools::fsStringCopy(target, 4, String(u"abc")));
   EXPECT_EQ(std::wstring(L"abc"), std::wstring(target));

@@ -6,9 +6,7 @@ using namespace qo;
 
 TEST(CQuickXMLCheckerTest, AcceptsWellFormedDocuments) {
   char16_t const* const documents[] = {
-      u"<a/>",
-      u"<a></a>",
-      u"\uFEFF<a />\n",
+      u"<a/>", u"<a></a>", u"\uFEFF<a />\n",
       u"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n\n<log>\n  <snip />\n  <session time=\"2026-01-01T00:00:00\">"
       u"\n    <entry level=\"info\" time=\"x\">a &amp; b &lt;&gt; &quot;&apos; &#233; &#x1F600;</entry>"
       u"\n  </session>\n</log>\n",
@@ -23,31 +21,11 @@ TEST(CQuickXMLCheckerTest, AcceptsWellFormedDocuments) {
 
 TEST(CQuickXMLCheckerTest, RejectsUnbalancedAndMalformedMarkup) {
   char16_t const* const documents[] = {
-      u"",
-      u"   \n",
-      u"text only",
-      u"<a>",
-      u"<a><b></a></b>",
-      u"<a></b>",
-      u"</a>",
-      u"<a></a><b></b>",
-      u"<a/>trailing",
-      u"lead<a/>",
-      u"<a></a>\n</a>",
-      u"<a",
-      u"<a b></a>",
-      u"<a b=1></a>",
-      u"<a b=\"1></a>",
-      u"<a b=\"<\"></a>",
-      u"<a b=\"1\"c=\"2\"></a>",
-      u"<1a></1a>",
-      u"< a></a>",
-      u"<a>x < y</a>",
-      u"<a>&nbsp;</a>",
-      u"<a>& </a>",
-      u"<a>&#;</a>",
-      u"<a><!-- open</a>",
-      u"<a><![CDATA[x</a>",
+      u"",           u"   \n",       u"text only",        u"<a>",          u"<a><b></a></b>",
+      u"<a></b>",    u"</a>",        u"<a></a><b></b>",   u"<a/>trailing", u"lead<a/>",
+      u"<a></a>\n</a>", u"<a",        u"<a b></a>",        u"<a b=1></a>",  u"<a b=\"1></a>",
+      u"<a b=\"<\"></a>", u"<a b=\"1\"c=\"2\"></a>", u"<1a></1a>", u"< a></a>", u"<a>x < y</a>",
+      u"<a>&nbsp;</a>", u"<a>& </a>", u"<a>&#;</a>",       u"<a><!-- open</a>", u"<a><![CDATA[x</a>",
       u"<?xml version=\"1.0\"",
       u"<log>\n  <session>\n    <entry level=\"info\">half</log>",
   };

@@ -3,6 +3,7 @@
 // check what a later run finds.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <string>
 
@@ -72,7 +73,9 @@ bool killAfter(pid_t child, int readEnd, int entries) {
 }
 
 void expectWellFormed(TempFolder const& dir, String const& doc, int round) {
-  ASSERT_TRUE(CQuickXMLChecker(doc).doCheck()) << "round " << round << "\n" << doc.toUTF8().substr(doc.toUTF8().size() > 600 ? doc.toUTF8().size() - 600 : 0);
+  std::string const text = doc.toUTF8();
+  ASSERT_TRUE(CQuickXMLChecker(doc).doCheck())
+      << "round " << round << "\n" << text.substr(text.size() - std::min<std::size_t>(text.size(), 600));
   if (haveXmllint()) {
     writeBytes(dir.file("lint.xml"), doc.toUTF8());
     ASSERT_EQ(xmllintErrors(dir.file("lint.xml")), "") << "round " << round;
@@ -101,7 +104,6 @@ TEST(CXMLLogKillTest, KilledWritersLeaveWellFormedLogsThatReopenWithTheSessionUn
     pid_t child = startWriter(path, maxSize, round, readEnd);
     ASSERT_GT(child, 0);
     ASSERT_TRUE(killAfter(child, readEnd, entries(random))) << "writer ended on its own in round " << round;
-
     String const afterKill = CXMLLog::readLogRaw(path);
     expectWellFormed(dir, afterKill, round);
     std::string const killed = afterKill.toUTF8();

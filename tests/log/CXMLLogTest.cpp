@@ -5,7 +5,6 @@
 #include <ctime>
 #include <functional>
 #include <map>
-#include <set>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -48,6 +47,11 @@ P<CXMLLog> openLog(TempFolder const& dir, bool deleteOnClose = false, long long 
 }
 
 std::string mainFile(TempFolder const& dir) { return maskTimes(readBytes(dir.file("log.xml"))); }
+// The main file after the session header.
+std::string entriesOf(TempFolder const& dir) {
+  std::string const main = mainFile(dir);
+  return main.substr(main.find("</sessionHeader>") + 16);
+}
 std::string suffixFile(TempFolder const& dir) { return readBytes(dir.file("log-suffix.xml")); }
 std::string fullDoc(TempFolder const& dir) { return maskTimes(CXMLLog::readLogRaw(dir.path("log.xml")).toUTF8()); }
 
@@ -87,9 +91,7 @@ TEST(CXMLLogTest, EntryLevelsAndTexts) {
   log->log(LogLevelDebug, nullptr, u"d1");
   log->writeEntry(LogLevelFatalError, u"f1");
   log->writeEntry(static_cast<LogLevel>(9), u"n1");
-  std::string const main = mainFile(dir);
-  std::string const entries = main.substr(main.find("</sessionHeader>") + 16);
-  EXPECT_EQ(entries,
+  EXPECT_EQ(entriesOf(dir),
             "\n    <entry level=\"ERROR\" time=\"T\">e1</entry>"
             "\n    <entry level=\"ERROR\" time=\"T\">e2 \xC3\xA9</entry>"
             "\n    <entry level=\"WARNING\" time=\"T\">w1</entry>"
@@ -98,6 +100,8 @@ TEST(CXMLLogTest, EntryLevelsAndTexts) {
             "\n    <entry level=\"debug\" time=\"T\">d1</entry>"
             "\n    <entry level=\"FATAL ERROR\" time=\"T\">f1</entry>"
             "\n    <entry level=\"9\" time=\"T\">n1</entry>");
+  EXPECT_EQ(logLevelToString(static_cast<LogLevel>(5)), String(u"5"));
+  EXPECT_EQ(logLevelToString(static_cast<LogLevel>(-1)), String(u"-1"));
 }
 
 TEST(CXMLLogTest, EntryTimeIsLocalTimeOfTheGivenSeconds) {
@@ -123,9 +127,7 @@ TEST(CXMLLogTest, ComplexEntriesRenderErrors) {
   log->logInfo(CXMLElement(u"custom", CProps().add(u"k", u"v"), u"body"), u"", u"only context");
   CXMLElement element(u"x");
   log->log(LogLevelDebug, &element, u"as summary");
-  std::string const main = mainFile(dir);
-  std::string const entries = main.substr(main.find("</sessionHeader>") + 16);
-  EXPECT_EQ(entries,
+  EXPECT_EQ(entriesOf(dir),
             "\n    <centry level=\"ERROR\" time=\"T\">"
             "\n      <summary>Summary &amp; more</summary>"
             "\n      <context>ctx</context>"
@@ -174,8 +176,9 @@ TEST(CXMLLogTest, CloseEndsTheSessionAndDropsLaterEntries) {
   // The lock went with the close.
   P<CXMLLog> again = openLog(dir);
   again->close();
-  EXPECT_EQ(countOf(fullDoc(dir), "<session "), 2);
-  EXPECT_EQ(countOf(fullDoc(dir), "sessionUnfinished"), 0);
+  std::string const doc = fullDoc(dir);
+  EXPECT_EQ(countOf(doc, "<session "), 2);
+  EXPECT_EQ(countOf(doc, "sessionUnfinished"), 0);
   expectWellFormed(dir);
 }
 
@@ -334,7 +337,6 @@ TEST(CXMLLogTest, CutFunctions) {
   std::size_t const session2 = data.Find(String(u"\n  <session time=\"2\""));
   std::size_t const entry2 = data.Find(String(u"\n    <entry a>2"));
   std::size_t const centry3 = data.Find(String(u"\n    <centry"));
-
   EXPECT_EQ(CXMLLog::cutMainDataAtSession(data, session2),
             String(u"<?xml?>\n\n<log>\n  <snip />\n  <session time=\"2\">\n    <sessionHeader></sessionHeader>"
                    u"\n    <entry a>2</entry>\n    <centry a>3</centry>"));
@@ -360,13 +362,10 @@ TEST(CXMLLogTest, DeleteOnCloseRemovesAllThreeFiles) {
   TempFolder dir;
   P<CXMLLog> log = openLog(dir, true);
   log->logInfo(u"x");
-  EXPECT_TRUE(fs::exists(dir.file("log.xml")));
-  EXPECT_TRUE(fs::exists(dir.file("log-suffix.xml")));
-  EXPECT_TRUE(fs::exists(dir.file("log.xml.lock")));
+  char const* const names[] = {"log.xml", "log-suffix.xml", "log.xml.lock"};
+  for (char const* name : names) EXPECT_TRUE(fs::exists(dir.file(name))) << name;
   log->close();
-  EXPECT_FALSE(fs::exists(dir.file("log.xml")));
-  EXPECT_FALSE(fs::exists(dir.file("log-suffix.xml")));
-  EXPECT_FALSE(fs::exists(dir.file("log.xml.lock")));
+  for (char const* name : names) EXPECT_FALSE(fs::exists(dir.file(name))) << name;
 }
 
 TEST(CXMLLogTest, ASecondLogOnTheSamePathIsRefused) {
@@ -398,31 +397,16 @@ TEST(CXMLLogTest, InjectedWriteErrorIsThrownFromEveryWritePath) {
   log->setFakeWriteError(&fake);
   CXMLElement element(u"e");
   std::runtime_error plain("p");
-  struct Path {
-    char const* name;
-    std::function<void()> write;
-  } const paths[] = {
-      {"writeEntry", [&] { log->writeEntry(LogLevelInfo, u"x"); }},
-      {"writeComplexEntry", [&] { log->writeComplexEntry(LogLevelInfo, element, u"s", u"c"); }},
-      {"log", [&] { log->log(LogLevelInfo, nullptr, u"x"); }},
-      {"logError text", [&] { log->logError(u"x"); }},
-      {"logError char", [&] { log->logError("x"); }},
-      {"logError element", [&] { log->logError(element, u"s", u"c"); }},
-      {"logError exception", [&] { log->logError(plain, u"s", u"c"); }},
-      {"logWarning text", [&] { log->logWarning(u"x"); }},
-      {"logWarning char", [&] { log->logWarning("x"); }},
-      {"logWarning element", [&] { log->logWarning(element, u"s", u"c"); }},
-      {"logWarning exception", [&] { log->logWarning(plain, u"s", u"c"); }},
-      {"logInfo text", [&] { log->logInfo(u"x"); }},
-      {"logInfo element", [&] { log->logInfo(element, u"s", u"c"); }},
-      {"logException", [&] { log->logException(LogLevelDebug, plain, u"s", u"c"); }},
-      {"logLogFileContents", [&] { log->logLogFileContents(LogLevelInfo, dir.path("none.xml"), u"s", u"c"); }},
-      {"beginNewSession", [&] { log->beginNewSession(); }},
-  };
-  for (Path const& p : paths) {
-    SCOPED_TRACE(p.name);
-    EXPECT_THROW(p.write(), CIOError);
-  }
+  std::function<void()> const paths[] = {
+      [&] { log->writeEntry(LogLevelInfo, u"x"); }, [&] { log->writeComplexEntry(LogLevelInfo, element, u"s", u"c"); },
+      [&] { log->log(LogLevelInfo, nullptr, u"x"); }, [&] { log->logError(u"x"); }, [&] { log->logError("x"); },
+      [&] { log->logError(element, u"s", u"c"); }, [&] { log->logError(plain, u"s", u"c"); },
+      [&] { log->logWarning(u"x"); }, [&] { log->logWarning("x"); }, [&] { log->logWarning(element, u"s", u"c"); },
+      [&] { log->logWarning(plain, u"s", u"c"); }, [&] { log->logInfo(u"x"); },
+      [&] { log->logInfo(element, u"s", u"c"); }, [&] { log->logException(LogLevelDebug, plain, u"s", u"c"); },
+      [&] { log->logLogFileContents(LogLevelInfo, dir.path("none.xml"), u"s", u"c"); },
+      [&] { log->beginNewSession(); }};
+  for (std::size_t i = 0; i < std::size(paths); ++i) EXPECT_THROW(paths[i](), CIOError) << "write path " << i;
   EXPECT_EQ(readBytes(dir.file("log.xml")), before);
   log->setFakeWriteError(nullptr);
   log->logInfo(u"works again");
@@ -444,16 +428,13 @@ TEST(CXMLLogTest, ALogWithoutPathWritesNothing) {
 TEST(CXMLLogTest, ManyThreadsLogEveryEntryExactlyOnce) {
   TempFolder dir;
   P<CXMLLog> log = openLog(dir);
-  int const threads = 8;
-  int const perThread = 1000;
+  int const threads = 8, perThread = 1000;
   std::vector<std::thread> workers;
   for (int t = 0; t < threads; ++t) {
     workers.emplace_back([&, t] {
       for (int i = 0; i < perThread; ++i) {
-        if (i % 10 == 0)
-          log->logError(CError(u"t" + toString(t) + u"-" + toString(i) + u"."), u"s", u"c");
-        else
-          log->logInfo(u"t" + toString(t) + u"-" + toString(i) + u".");
+        String const text = u"t" + toString(t) + u"-" + toString(i) + u".";
+        i % 10 == 0 ? log->logError(CError(text), u"s", u"c") : log->logInfo(text);
       }
     });
   }
@@ -487,7 +468,6 @@ TEST(CXMLLogTest, ReadValidLogLimitsSessionsAndBytes) {
   String out = u"stale";
   ASSERT_TRUE(CXMLLog::readValidLog(out, dir.path("log.xml"), -1, -1));
   EXPECT_EQ(out, CXMLLog::readLogRaw(dir.path("log.xml")));
-
   ASSERT_TRUE(CXMLLog::readValidLog(out, dir.path("log.xml"), -1, 2));
   std::string text = out.toUTF8();
   EXPECT_EQ(countOf(text, "<session "), 2);
@@ -495,7 +475,6 @@ TEST(CXMLLogTest, ReadValidLogLimitsSessionsAndBytes) {
   EXPECT_EQ(countOf(text, ">s2e0<"), 1);
   EXPECT_EQ(countOf(text, "<snip />"), 1);
   EXPECT_TRUE(CQuickXMLChecker(out).doCheck());
-
   ASSERT_TRUE(CXMLLog::readValidLog(out, dir.path("log.xml"), 200, -1));
   text = out.toUTF8();
   EXPECT_EQ(countOf(text, ">s3e4<"), 1);
@@ -537,9 +516,8 @@ TEST(CXMLLogTest, DefaultSessionHeaderDescribesAppAndSystem) {
   EXPECT_EQ(app->getAttributes().toString(), String(u"'edition'='pro & more', 'id'='app', 'version'='7.1'"));
   PC<CXMLElement> sys = header->findFirstSubElement(u"sysInfo");
   ASSERT_TRUE(sys);
-  PC<CXMLElement> os = sys->findFirstSubElement(u"osInfo");
-  PC<CXMLElement> mem = sys->findFirstSubElement(u"memInfo");
-  PC<CXMLElement> cpu = sys->findFirstSubElement(u"cpuInfo");
+  PC<CXMLElement> os = sys->findFirstSubElement(u"osInfo"), mem = sys->findFirstSubElement(u"memInfo"),
+                  cpu = sys->findFirstSubElement(u"cpuInfo");
   ASSERT_TRUE(os && mem && cpu);
   for (char16_t const* key : {u"type", u"versionMajor", u"versionMinor", u"versionUpdate", u"is64Bit", u"desc"})
     EXPECT_TRUE(os->getAttributes().contains(key)) << String(key).toUTF8();
@@ -549,17 +527,6 @@ TEST(CXMLLogTest, DefaultSessionHeaderDescribesAppAndSystem) {
   EXPECT_GT(mem->getAttributes().lookupLong(u"totalPhysical", 0), 0);
   EXPECT_GE(mem->getAttributes().lookupLong(u"freePhysical", -1), 0);
   EXPECT_GE(cpu->getAttributes().lookupLong(u"coreCount", 0), 1);
-}
-
-TEST(CXMLLogTest, LevelTexts) {
-  struct Case {
-    int level;
-    char16_t const* text;
-  } const cases[] = {{0, u"FATAL ERROR"}, {1, u"ERROR"}, {2, u"WARNING"}, {3, u"info"}, {4, u"debug"}, {5, u"5"}, {-1, u"-1"}};
-  for (Case const& c : cases) {
-    SCOPED_TRACE(c.level);
-    EXPECT_EQ(logLevelToString(static_cast<LogLevel>(c.level)), String(c.text));
-  }
 }
 
 TEST(CXMLLogTest, XmllintAcceptsEveryKindOfContent) {

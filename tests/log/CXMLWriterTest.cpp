@@ -21,18 +21,11 @@ struct Output {
 
 }  // namespace
 
-TEST(CXMLWriterTest, DeclarationOnlyWhenAsked) {
-  Output with, without;
-  CXMLWriter a(with.stream.get(), true);
-  CXMLWriter b(without.stream.get(), false);
-  EXPECT_EQ(with.bytes(), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n");
-  EXPECT_EQ(without.bytes(), "");
-  EXPECT_EQ(CXMLWriter::getDeclaration(), String(u"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"));
-}
-
 TEST(CXMLWriterTest, IndentsAndPlacesEndTags) {
   Output out;
   CXMLWriter w(out.stream.get(), true);
+  EXPECT_EQ(out.bytes(), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n");
+  EXPECT_EQ(CXMLWriter::getDeclaration(), String(u"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"));
   w.openElement(u"log");
   w.openElement(u"session", CProps().add(u"time", u"t1"));
   w.writeElement(u"entry", u"one", CProps().add(u"time", u"t2").add(u"level", u"info"));
@@ -59,15 +52,10 @@ TEST(CXMLWriterTest, EscapesTextAndAttributesAsUTF8) {
   EXPECT_EQ(out.bytes(),
             "\n<e k=\"x&lt;&amp;&gt;&quot;&apos;y\xC3\xBC\">"
             "&lt;a &amp; &apos;b&apos; &quot;c&quot;&gt;\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80</e>\n");
-}
-
-TEST(CXMLWriterTest, LoneSurrogateBecomesReplacementCharacter) {
-  Output out;
-  CXMLWriter w(out.stream.get(), false);
-  std::u16string text = u"a";
-  text += static_cast<char16_t>(0xD800);
-  w.writeElement(u"e", String(text));
-  EXPECT_EQ(out.bytes(), "\n<e>a\xEF\xBF\xBD</e>\n");
+  // A lone surrogate becomes the replacement character.
+  Output lone;
+  CXMLWriter(lone.stream.get(), false).writeElement(u"e", String(std::u16string{u'a', static_cast<char16_t>(0xD800)}));
+  EXPECT_EQ(lone.bytes(), "\n<e>a\xEF\xBF\xBD</e>\n");
 }
 
 TEST(CXMLWriterTest, WritesElementTrees) {
@@ -136,14 +124,9 @@ TEST(CXMLWriterTest, RawOutputIsNotEscapedNorTracked) {
 }
 
 TEST(CXMLWriterTest, IndentStrings) {
-  struct Case {
-    int depth;
-    char16_t const* expected;
-  } const cases[] = {{-1, u""}, {0, u""}, {1, u"  "}, {3, u"      "}};
-  for (Case const& c : cases) {
-    SCOPED_TRACE(c.depth);
-    EXPECT_EQ(CXMLWriter::getIndentString(c.depth), String(c.expected));
-  }
+  char16_t const* const expected[] = {u"", u"", u"  ", u"    ", u"      "};  // depths -1 to 3
+  for (int depth = -1; depth <= 3; ++depth)
+    EXPECT_EQ(CXMLWriter::getIndentString(depth), String(expected[depth + 1])) << depth;
 }
 
 TEST(CXMLWriterTest, ContinuesAGivenStackAndAppendsAfterSeek) {
