@@ -150,4 +150,10 @@
 #include "qo/log/logFunctions.h"
 #include "qo/log/xmlEscape.h"
 
+// IPC (qo/ipc)
+
+// System services (qo/sys)
+
+// Codecs and utilities (qo/util)
+
 #endif  // QO_QO_H

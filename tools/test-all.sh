@@ -2,7 +2,7 @@
 # Sets up, builds and runs every test of qo:
 #   1. Windows x64 (MinGW-w64 cross build), tests run under Wine;
 #   2. Linux with clang, AddressSanitizer and UndefinedBehaviorSanitizer,
-#      with each libFuzzer target run for a minute;
+#      with each libFuzzer target run for QO_FUZZ_SECONDS (default 20);
 #   3. Linux with g++ and ThreadSanitizer;
 #   4. Linux with g++ (Release), including the outside-consumer check that
 #      builds a small project against the installed package.
@@ -38,7 +38,7 @@ trap - EXIT
 # --- Linux, clang with sanitizers ---------------------------------------------
 step "Linux clang ASan+UBSan build"
 cmake -S . -B build/asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER=clang++ \
-  -DQO_SANITIZE=address -DQO_BUILD_FUZZERS=ON >/dev/null
+  -DQO_SANITIZE=address -DQO_BUILD_FUZZERS=ON -DQO_FUZZ_SECONDS="${QO_FUZZ_SECONDS:-20}" >/dev/null
 cmake --build build/asan -j "$jobs"
 step "Linux clang ASan+UBSan tests"
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=0
