@@ -155,5 +155,8 @@
 // System services (qo/sys)
 
 // Codecs and utilities (qo/util)
+#include "qo/util/CBase64.h"
+#include "qo/util/CBase64InStream.h"
+#include "qo/util/CBase64OutStream.h"
 
 #endif  // QO_QO_H
