@@ -158,5 +158,6 @@
 #include "qo/util/CBase64.h"
 #include "qo/util/CBase64InStream.h"
 #include "qo/util/CBase64OutStream.h"
+#include "qo/util/CMTRand.h"
 
 #endif  // QO_QO_H

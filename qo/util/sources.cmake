@@ -1,6 +1,9 @@
 # Codecs and utilities.
+list(APPEND QO_PLATFORM_SERVICES Random)
+list(APPEND QO_WIN32_LIBS bcrypt)
 set(QO_UTIL_CLASSES
   CBase64
   CBase64InStream
   CBase64OutStream
+  CMTRand
 )
