@@ -159,5 +159,6 @@
 #include "qo/util/CBase64InStream.h"
 #include "qo/util/CBase64OutStream.h"
 #include "qo/util/CMTRand.h"
+#include "qo/util/CUUID.h"
 
 #endif  // QO_QO_H

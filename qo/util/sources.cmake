@@ -6,4 +6,5 @@ set(QO_UTIL_CLASSES
   CBase64InStream
   CBase64OutStream
   CMTRand
+  CUUID
 )
