@@ -9,6 +9,7 @@
 #include "qo/platform/ErrorMode.h"
 #include "qo/thread/CThreadList.h"
 #include "qo/thread/CThreadLocalStorageManager.h"
+#include "qo/util/CCachedEnvVars.h"
 
 namespace qo {
 
@@ -37,6 +38,7 @@ CQoInit::CQoInitHelper::CQoInitHelper() {
   // TODO(#7): prepare the calling thread for crash handling here.
   platform::suppressCriticalErrorDialogs();
   (void)CThreadLocalStorageManager::get();
+  (void)CCachedEnvVars::get();
 }
 
 CQoInit::CQoInitHelper::~CQoInitHelper() { CThreadLocalStorageManager::get()->releaseAllThreadValues(); }

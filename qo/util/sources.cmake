@@ -1,5 +1,5 @@
 # Codecs and utilities.
-list(APPEND QO_PLATFORM_SERVICES Random)
+list(APPEND QO_PLATFORM_SERVICES Random Environment)
 list(APPEND QO_WIN32_LIBS bcrypt)
 set(QO_UTIL_CLASSES
   CBase64
@@ -7,4 +7,5 @@ set(QO_UTIL_CLASSES
   CBase64OutStream
   CMTRand
   CUUID
+  CCachedEnvVars
 )
