@@ -157,6 +157,7 @@
 // Codecs and utilities (qo/util)
 #include "qo/util/CBase64.h"
 #include "qo/util/CCachedEnvVars.h"
+#include "qo/util/CIniContent.h"
 #include "qo/util/CBase64InStream.h"
 #include "qo/util/CBase64OutStream.h"
 #include "qo/util/CMTRand.h"

@@ -8,4 +8,5 @@ set(QO_UTIL_CLASSES
   CMTRand
   CUUID
   CCachedEnvVars
+  CIniContent
 )
