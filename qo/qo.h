@@ -161,6 +161,10 @@
 #include "qo/util/CBase64InStream.h"
 #include "qo/util/CBase64OutStream.h"
 #include "qo/util/CMTRand.h"
+#include "qo/util/CMargins.h"
+#include "qo/util/CNullCompressor.h"
+#include "qo/util/CTempPathBufferPool.h"
 #include "qo/util/CUUID.h"
+#include "qo/util/ICompressor.h"
 
 #endif  // QO_QO_H

@@ -9,4 +9,8 @@ set(QO_UTIL_CLASSES
   CUUID
   CCachedEnvVars
   CIniContent
+  CMargins
+  CNullCompressor
+  CTempPathBufferPool
+  ICompressor
 )
