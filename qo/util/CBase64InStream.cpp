@@ -24,7 +24,7 @@ CBase64InStream::~CBase64InStream() = default;
 
 void CBase64InStream::checkOpen(char const* place) const {
   if (m_closed) {
-    throw makeStreamError(CIOError::kStreamClosed, place, String(), CProps(), const_cast<IInStream&>(*m_source).getURI());
+    throw makeStreamError(CIOError::kStreamClosed, place, String(), CProps(), m_source->getURI());
   }
 }
 
@@ -49,7 +49,7 @@ bool CBase64InStream::fill(bool blocking) const {
     // The bytes before the fault are delivered first; the next fill throws.
     m_sourceEnded = true;
     m_fault = CIOError(CIOError::kCorruptData, String(),
-                       withStreamURI(e.getParams(), const_cast<IInStream&>(*m_source).getURI()), &e)
+                       withStreamURI(e.getParams(), m_source->getURI()), &e)
                   .clone();
     if (m_pending.size() == before) m_fault->throwClone();
   }

@@ -83,8 +83,9 @@ public:
   /// The value, or defaultValue when the key does not exist.
   String getValue(String const& section, String const& key, String const& defaultValue = String()) const;
   /// Sets the first entry of the key, keeping its line's text up to the
-  /// value; adds the entry after the section's last entry, or a new section
-  /// at the end. Throws CInvalidArgError for a key that is empty, starts
+  /// value; adds the entry after the section's last entry (or its header),
+  /// or a new section at the end; a first entry of the section "" goes to
+  /// the top of the file. Throws CInvalidArgError for a key that is empty, starts
   /// with '[', ';' or '#', or holds '=' or a line break, or a section name
   /// with ']' or a line break.
   void setValue(String const& section, String const& key, String const& value);
