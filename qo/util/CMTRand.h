@@ -42,7 +42,7 @@ public:
     k64 = 1   ///< MT19937-64, 64-bit outputs
   };
   /// The reference algorithm's default seed.
-  static constexpr std::uint64_t kDefaultSeed = 5489u;
+  enum : std::uint64_t { kDefaultSeed = 5489u };
 
   /// Seeded with seed (a 32-bit generator uses its low 32 bits).
   explicit CMTRand(Variant variant = k32, std::uint64_t seed = kDefaultSeed);

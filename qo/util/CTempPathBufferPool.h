@@ -31,10 +31,16 @@ namespace qo {
 /// A pool of path-sized wide-character buffers. Thread-safe.
 class QO_API CTempPathBufferPool : public CBase {
 public:
-  /// Characters in every buffer: the longest Windows path plus its NUL.
-  static constexpr long long kBufferChars = 32768;
-  /// Idle buffers kept at most.
-  static constexpr std::size_t kMaxPooled = 8;
+  // Enumerators rather than static members, so that callers in other
+  // modules can take them by reference without importing a variable.
+  enum : long long {
+    /// Characters in every buffer: the longest Windows path plus its NUL.
+    kBufferChars = 32768
+  };
+  enum : std::size_t {
+    /// Idle buffers kept at most.
+    kMaxPooled = 8
+  };
 
   /// A borrowed buffer, returned to its pool when the lease ends. Movable,
   /// not copyable. Not thread-safe.
