@@ -17,6 +17,15 @@ constexpr int kM32 = 397;
 constexpr int kN64 = 312;
 constexpr int kM64 = 156;
 
+// The 128-bit product of a and b, from four 32-bit products.
+void mul64(std::uint64_t a, std::uint64_t b, std::uint64_t& hi, std::uint64_t& lo) {
+  std::uint64_t const aL = a & 0xFFFFFFFFu, aH = a >> 32, bL = b & 0xFFFFFFFFu, bH = b >> 32;
+  std::uint64_t const ll = aL * bL, lh = aL * bH, hl = aH * bL, hh = aH * bH;
+  std::uint64_t const mid = (ll >> 32) + (lh & 0xFFFFFFFFu) + (hl & 0xFFFFFFFFu);
+  lo = (mid << 32) | (ll & 0xFFFFFFFFu);
+  hi = hh + (lh >> 32) + (hl >> 32) + (mid >> 32);
+}
+
 }  // namespace
 
 // Takes the mutex of the global instance; other instances have none.
@@ -187,22 +196,30 @@ std::int64_t CMTRand::uniform(std::int64_t low, std::int64_t high) {
     throw CInvalidArgError(u"CMTRand::uniform", u"low is above high",
                            CProps().addLong(u"low", low).addLong(u"high", high));
   }
-  std::uint64_t span = static_cast<std::uint64_t>(high) - static_cast<std::uint64_t>(low);
-  // Draw from the smallest power of two that covers the span and reject
-  // what lies beyond it: fewer than two draws on average, and no value is
-  // favoured as with a modulo.
-  std::uint64_t mask = span;
-  mask |= mask >> 1;
-  mask |= mask >> 2;
-  mask |= mask >> 4;
-  mask |= mask >> 8;
-  mask |= mask >> 16;
-  mask |= mask >> 32;
+  std::uint64_t const span = static_cast<std::uint64_t>(high) - static_cast<std::uint64_t>(low);
   CGuard guard(*this);
+  if (span == ~std::uint64_t(0)) return static_cast<std::int64_t>(static_cast<std::uint64_t>(low) + next64Unlocked());
+  // Lemire's multiply-and-reject: the high half of draw x range is the
+  // result; the few draws whose low half falls below 2^w mod range would
+  // favour some values and are drawn again. Exact, and usually one draw.
+  std::uint64_t const range = span + 1;
   std::uint64_t v;
-  do {
-    v = (mask <= 0xFFFFFFFFu && m_variant == k32 ? raw32() : next64Unlocked()) & mask;
-  } while (v > span);
+  if (m_variant == k32 && range <= 0x100000000ULL) {
+    std::uint64_t m = static_cast<std::uint64_t>(raw32()) * range;
+    if (static_cast<std::uint32_t>(m) < range) {
+      auto const threshold = static_cast<std::uint32_t>((0x100000000ULL - range) % range);
+      while (static_cast<std::uint32_t>(m) < threshold) m = static_cast<std::uint64_t>(raw32()) * range;
+    }
+    v = m >> 32;
+  } else {
+    std::uint64_t hi, lo;
+    mul64(next64Unlocked(), range, hi, lo);
+    if (lo < range) {
+      std::uint64_t const threshold = (0 - range) % range;
+      while (lo < threshold) mul64(next64Unlocked(), range, hi, lo);
+    }
+    v = hi;
+  }
   return static_cast<std::int64_t>(static_cast<std::uint64_t>(low) + v);
 }
 

@@ -8,8 +8,8 @@
 // - next32()/next64(): a 64-bit generator gives its upper half as next32();
 //   a 32-bit one builds next64() from two outputs, the first as the upper
 //   half;
-// - uniform(low, high): every value of [low, high] equally likely (masked
-//   rejection, no modulo bias);
+// - uniform(low, high): every value of [low, high] equally likely
+//   (Lemire's multiply-and-reject, no modulo bias);
 // - nextDouble(): [0, 1) with 53 random bits, as the reference genrand_res53
 //   (32-bit) and genrand64_res53 (64-bit) compute it.
 // Not for secrets: the state can be recovered from 624 outputs.

@@ -54,8 +54,8 @@ TEST(CMTRand, UniformCoversTheRangeWithoutBias) {
         ASSERT_TRUE(v >= c.low && v <= c.high) << v;
       }
     }
-    // [0, 2] from a 2-bit draw: a modulo would give 0 half the time. Over
-    // 30000 draws each value stays within 5 standard deviations of 10000.
+    // Over 30000 draws each value stays within 5 standard deviations of
+    // 10000.
     int counts[3] = {0, 0, 0};
     for (int i = 0; i < 30000; ++i) ++counts[rng.uniform(0, 2)];
     for (int c : counts) EXPECT_NEAR(c, 10000, 410);
@@ -98,4 +98,23 @@ TEST(CMTRand, GlobalIsOneInstanceSafeForManyThreads) {
   for (auto const& d : drawn) all.insert(d.begin(), d.end());
   EXPECT_EQ(all.size(), 8000u);
   EXPECT_EQ(global.get(), CMTRand::getGlobal().get());
+}
+
+TEST(CMTRand, UniformMatchesAWideMultiplyReference) {
+  __extension__ typedef unsigned __int128 U128;
+  for (std::uint64_t span : {std::uint64_t(5), std::uint64_t(1000000006), std::uint64_t(3) << 62, ~std::uint64_t(1)}) {
+    SCOPED_TRACE(span);
+    CMTRand rng(CMTRand::k64, span);
+    std::mt19937_64 reference(span);
+    std::uint64_t const range = span + 1;
+    for (int i = 0; i < 2000; ++i) {
+      U128 m = U128(reference()) * range;
+      if (std::uint64_t(m) < range) {
+        while (std::uint64_t(m) < (0 - range) % range) m = U128(reference()) * range;
+      }
+      // From INT64_MIN, so that spans past INT64_MAX fit.
+      std::int64_t v = rng.uniform(INT64_MIN, static_cast<std::int64_t>(std::uint64_t(INT64_MIN) + span));
+      ASSERT_EQ(std::uint64_t(v) - std::uint64_t(INT64_MIN), std::uint64_t(m >> 64));
+    }
+  }
 }
