@@ -79,10 +79,19 @@ void CBase64::CEncoder::feed(void const* data, std::size_t size, std::string& ou
     }
     feed(group, 3, out);
   }
-  for (; i + 3 <= size; i += 3) {
-    unsigned v = (unsigned(in[i]) << 16) | (unsigned(in[i + 1]) << 8) | in[i + 2];
-    char const group[4] = {m_chars[v >> 18], m_chars[(v >> 12) & 63], m_chars[(v >> 6) & 63], m_chars[v & 63]};
-    out.append(group, 4);
+  std::size_t const groups = (size - i) / 3;
+  if (groups > 0) {
+    std::size_t const start = out.size();
+    out.resize(start + groups * 4);
+    char* dst = &out[start];
+    for (std::size_t g = 0; g < groups; ++g, i += 3) {
+      unsigned v = (unsigned(in[i]) << 16) | (unsigned(in[i + 1]) << 8) | in[i + 2];
+      dst[0] = m_chars[v >> 18];
+      dst[1] = m_chars[(v >> 12) & 63];
+      dst[2] = m_chars[(v >> 6) & 63];
+      dst[3] = m_chars[v & 63];
+      dst += 4;
+    }
   }
   while (i < size) m_held[m_heldCount++] = in[i++];
 }
