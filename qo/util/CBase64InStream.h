@@ -52,9 +52,13 @@ public:
   int readLax(void* buffer, int size) override;
   /// What the source has without blocking, decoded. Throws as readLax.
   int readAvailable(void* buffer, int size) override;
+  /// True at once when decoded bytes wait or the source ended; else the
+  /// source's answer.
   bool waitReadable(int timeoutMs) const override;
   /// Throws CIOError kind 5 for bad text, 10 when closed.
   bool isEndOfStream() const override;
+  /// -1 until the source is at its end (text may decode to nothing).
+  /// Throws as isEndOfStream.
   int isEndOfStream_NonBlocking() const override;
 
 private:

@@ -53,6 +53,7 @@ public:
   /// Encodes and writes the complete groups. Throws CIOError kind 10 when
   /// closed, CInvalidArgError for a negative size, the target's errors.
   void write(void const* data, int size, IWriteBarrier* barrier = nullptr) override;
+  /// As write(); the slice is not kept.
   void writeKeepBuffer(TConstBufferSlice<unsigned char> const& data, IWriteBarrier* barrier = nullptr) override;
   /// The target's barrier.
   P<IWriteBarrier> createWriteBarrier(IWriteBarrier* previous) override;

@@ -56,6 +56,7 @@ public:
   /// random source when first used. Thread-safe.
   static P<CMTRand> const& getGlobal();
 
+  /// The variant chosen at construction.
   Variant getVariant() const noexcept { return m_variant; }
   /// Restarts the sequence as the reference init_genrand(64) does.
   void seed(std::uint64_t seed);
@@ -69,7 +70,9 @@ public:
 
   /// The generator's next raw output (below 2^32 for k32).
   std::uint64_t next();
+  /// 32 random bits (see the file comment for the 64-bit variant).
   std::uint32_t next32();
+  /// 64 random bits (two outputs for the 32-bit variant).
   std::uint64_t next64();
   /// Uniform in [low, high], both included. Throws CInvalidArgError when
   /// low > high.

@@ -32,9 +32,11 @@ public:
   /// horizontal on the left and right, vertical on the top and bottom.
   constexpr CMargins(int horizontal, int vertical) noexcept
       : m_left(horizontal), m_top(vertical), m_right(horizontal), m_bottom(vertical) {}
+  /// Each side given.
   constexpr CMargins(int left, int top, int right, int bottom) noexcept
       : m_left(left), m_top(top), m_right(right), m_bottom(bottom) {}
 
+  /// The sides; setters change one side.
   constexpr int getLeft() const noexcept { return m_left; }
   constexpr int getTop() const noexcept { return m_top; }
   constexpr int getRight() const noexcept { return m_right; }
