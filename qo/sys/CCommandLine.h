@@ -21,7 +21,7 @@
 // parse(quote(list)) == list for any list whose first string has no '"'.
 //
 //   String line = CCommandLine::quote({u"C:\\Program Files\\x.exe", u"a b", u"q\"", u"end\\"});
-//   // "\"C:\\Program Files\\x.exe\" \"a b\" q\\\" end\\"
+//   // "C:\Program Files\x.exe" "a b" "q\"" end\      (the line as the OS sees it)
 //   std::vector<String> back = CCommandLine::parse(line);   // the four strings again
 //
 // Thread-safe (only static functions).
