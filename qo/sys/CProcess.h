@@ -73,7 +73,7 @@ public:
   };
 
   /// The exit code that terminate() gives on Windows.
-  static constexpr int kTerminatedExitCode = 1;
+  enum : int { kTerminatedExitCode = 1 };
 
   /// Nothing to run yet: call setProgram() before start().
   CProcess();
