@@ -160,7 +160,14 @@ SysError processStart(ProcessStartInfo const& info, ProcessHandle& process, Pipe
   std::wstring const folder = wide(info.workingFolder);
   std::wstring environment;
   if (!info.inheritEnvironment) {
-    for (auto const& e : info.environment) {
+    // Windows expects the block sorted by name, without regard to case.
+    std::vector<std::u16string> sorted = info.environment;
+    std::stable_sort(sorted.begin(), sorted.end(), [](std::u16string const& a, std::u16string const& b) {
+      std::wstring const na = wide(a.substr(0, a.find(u'=', 1))), nb = wide(b.substr(0, b.find(u'=', 1)));
+      return CompareStringOrdinal(na.c_str(), static_cast<int>(na.size()), nb.c_str(), static_cast<int>(nb.size()),
+                                  TRUE) == CSTR_LESS_THAN;
+    });
+    for (auto const& e : sorted) {
       environment += wide(e);
       environment.push_back(L'\0');
     }
