@@ -26,6 +26,10 @@
 #ifdef _WIN32
 #include <fcntl.h>
 #include <io.h>
+#include <windows.h>
+#else
+#include <poll.h>
+#include <unistd.h>
 #endif
 
 namespace qo {
@@ -315,6 +319,44 @@ TEST(CProcess, OutputStreamErrorComesBackFromWaitAndTheChildIsDrained) {
   }
   EXPECT_TRUE(process->wait(-1));  // the error is reported once
   EXPECT_EQ(0, process->getExitCode());
+}
+
+TEST(CProcess, ChildThatIgnoresItsInputEndsNormally) {
+  // The feeding runs into a closed pipe: neither an error nor a SIGPIPE.
+  ChildRun run = startCaptured(child("exit"), allBytes(4 * 1024 * 1024));
+  ASSERT_TRUE(run.process->wait(-1));
+  EXPECT_EQ(0, run.process->getExitCode());
+}
+
+// The write end of a pipe that is open for inheritance: while only this
+// process holds it, the reading end sees the end as soon as it is closed
+// here; a child that got it too would keep the pipe open.
+TEST(CProcess, ChildInheritsOnlyItsStandardHandles) {
+#ifdef _WIN32
+  SECURITY_ATTRIBUTES inheritable{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
+  HANDLE readEnd = nullptr, writeEnd = nullptr;
+  ASSERT_TRUE(CreatePipe(&readEnd, &writeEnd, &inheritable, 0));
+#else
+  int fds[2];
+  ASSERT_EQ(0, ::pipe(fds));  // no close-on-exec
+#endif
+  ChildRun run = startCaptured(child("hang"));
+  bool closedForAll = false;
+#ifdef _WIN32
+  CloseHandle(writeEnd);
+  DWORD available = 0;
+  closedForAll = !PeekNamedPipe(readEnd, nullptr, 0, nullptr, &available, nullptr) &&
+                 GetLastError() == ERROR_BROKEN_PIPE;
+  CloseHandle(readEnd);
+#else
+  ::close(fds[1]);
+  pollfd p{fds[0], POLLIN, 0};
+  closedForAll = ::poll(&p, 1, 0) == 1 && (p.revents & POLLHUP) != 0;
+  ::close(fds[0]);
+#endif
+  run.process->terminate();
+  EXPECT_TRUE(run.process->wait(-1));
+  EXPECT_TRUE(closedForAll);
 }
 
 TEST(CProcess, ListingShowsTheChildWithItsParentAndPath) {
