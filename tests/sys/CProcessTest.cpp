@@ -234,7 +234,7 @@ TEST(CProcess, ReportsExitCodes) {
 }
 
 TEST(CProcess, PumpsLargeBinaryStreamsBothWaysWithoutDeadlock) {
-  Bytes const input = allBytes(3 * 1024 * 1024 + 17);
+  Bytes const input = allBytes(1024 * 1024 + 17);
   ChildRun run = startCaptured(child("pump"), input);
   ASSERT_TRUE(run.process->wait(-1));
   EXPECT_EQ(0, run.process->getExitCode());
@@ -323,7 +323,7 @@ TEST(CProcess, OutputStreamErrorComesBackFromWaitAndTheChildIsDrained) {
 
 TEST(CProcess, ChildThatIgnoresItsInputEndsNormally) {
   // The feeding runs into a closed pipe: neither an error nor a SIGPIPE.
-  ChildRun run = startCaptured(child("exit"), allBytes(4 * 1024 * 1024));
+  ChildRun run = startCaptured(child("exit"), allBytes(1024 * 1024));
   ASSERT_TRUE(run.process->wait(-1));
   EXPECT_EQ(0, run.process->getExitCode());
 }
