@@ -62,6 +62,9 @@ struct ProcessStartInfo {
   bool redirectStdin = false;
   bool redirectStdout = false;
   bool redirectStderr = false;
+  /// With redirectStdout: stderr goes into the stdout pipe too (2>&1);
+  /// redirectStderr is then ignored and no stderr pipe is made.
+  bool stderrToStdout = false;
 };
 
 /// Starts the process. On success process is set and so are the pipe ends

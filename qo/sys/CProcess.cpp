@@ -237,6 +237,8 @@ void CProcess::start() {
   info.redirectStdin = static_cast<bool>(m_stdin);
   info.redirectStdout = static_cast<bool>(m_stdout);
   info.redirectStderr = static_cast<bool>(m_stderr);
+  // One stream for both: one pipe, so that one pump alone writes to it.
+  info.stderrToStdout = m_stderr && m_stderr.get() == m_stdout.get();
 
   platform::PipeHandle ends[3] = {nullptr, nullptr, nullptr};
   if (platform::SysError e = platform::processStart(info, m_process, ends[0], ends[1], ends[2])) {

@@ -17,8 +17,11 @@
 //   given IInStream into the child until the stream ends, then closes the
 //   pipe (the child sees the end); "qo.process.stdout" and
 //   "qo.process.stderr" copy everything the child writes into the given
-//   IOutStream until the child closes it. The pumps run concurrently, so a
-//   child that writes much while it reads much does not block. The caller
+//   IOutStream until the child closes it. Giving setStdout() and
+//   setStderr() the same stream merges them (2>&1): both go through one
+//   pipe and one pump, in the order the child wrote them. The pumps run
+//   concurrently, so a child that writes much while it reads much does not
+//   block. The caller
 //   must leave the given streams alone until wait() has returned true.
 // - A program that cannot be started fails in start() with a CSystemError
 //   (api "CreateProcessW", the OS's code, property "program"), not with a
@@ -102,7 +105,8 @@ public:
   void setStdin(P<IInStream> const& stream);
   /// Collects the child's stdout into stream (null: the caller's stdout).
   void setStdout(P<IOutStream> const& stream);
-  /// Collects the child's stderr into stream (null: the caller's stderr).
+  /// Collects the child's stderr into stream (null: the caller's stderr);
+  /// the stream given to setStdout() merges stderr into stdout.
   void setStderr(P<IOutStream> const& stream);
 
   /// Starts the child. Throws CBadStateError when started already,

@@ -108,6 +108,11 @@ TEST(CProcess, ChildForTheParentProcess) {
       for (std::size_t i = 0; i < got; ++i) chunk[i] = static_cast<char>(chunk[i] ^ 0x5A);
       std::fwrite(chunk, 1, got, stderr);
     }
+  } else if (mode == "both") {
+    for (std::FILE* f : {stdout, stderr, stdout}) {
+      std::fflush(nullptr);
+      writeAll(f, f == stdout ? "out\n" : "err\n");
+    }
   } else if (mode == "hang") {
     std::fflush(nullptr);
     CSignal never;
@@ -245,6 +250,17 @@ TEST(CProcess, PumpsLargeBinaryStreamsBothWaysWithoutDeadlock) {
   EXPECT_TRUE(out == input);
   EXPECT_EQ(xored.size(), err.size());
   EXPECT_TRUE(err == xored);
+}
+
+TEST(CProcess, OneStreamForStdoutAndStderrMergesThemInOrder) {
+  P<CProcess> process = child("both");
+  P<Buffer> merged = newP<Buffer>();
+  P<CBufferStream> stream = newP<CBufferStream>(merged.get());
+  process->setStdout(stream);
+  process->setStderr(stream);
+  process->start();
+  ASSERT_TRUE(process->wait(-1));
+  EXPECT_EQ("out\nerr\nout\n", payload(merged));
 }
 
 TEST(CProcess, WaitTimesOutThenTerminateEndsTheChild) {

@@ -203,7 +203,8 @@ SysError processStart(ProcessStartInfo const& info, ProcessHandle& process, Pipe
   // [0] the child's end, [1] ours; both close-on-exec, the child's end
   // reaches the child only through dup2 onto 0, 1 or 2.
   int pipes[3][2] = {{-1, -1}, {-1, -1}, {-1, -1}};
-  bool const redirect[3] = {info.redirectStdin, info.redirectStdout, info.redirectStderr};
+  bool const merge = info.redirectStdout && info.stderrToStdout;
+  bool const redirect[3] = {info.redirectStdin, info.redirectStdout, info.redirectStderr && !merge};
   auto closeAll = [&pipes] {
     for (auto& p : pipes) {
       closeFd(p[0]);
@@ -230,6 +231,7 @@ SysError processStart(ProcessStartInfo const& info, ProcessHandle& process, Pipe
   for (int i = 0; i < 3; ++i) {
     if (redirect[i]) posix_spawn_file_actions_adddup2(&actions, pipes[i][0], i);
   }
+  if (merge) posix_spawn_file_actions_adddup2(&actions, pipes[1][0], 2);
 #if defined(__GLIBC__) && (__GLIBC__ > 2 || __GLIBC_MINOR__ >= 34)
   // Descriptors someone opened without close-on-exec stay out of the child.
   posix_spawn_file_actions_addclosefrom_np(&actions, 3);

@@ -74,7 +74,8 @@ SysError processStart(ProcessStartInfo const& info, ProcessHandle& process, Pipe
   // [0] the child's end (made inheritable), [1] ours (never inheritable).
   HANDLE pipes[3][2] = {{nullptr, nullptr}, {nullptr, nullptr}, {nullptr, nullptr}};
   HANDLE inherited[3] = {nullptr, nullptr, nullptr};  // duplicates of our own std handles
-  bool const redirect[3] = {info.redirectStdin, info.redirectStdout, info.redirectStderr};
+  bool const merge = info.redirectStdout && info.stderrToStdout;
+  bool const redirect[3] = {info.redirectStdin, info.redirectStdout, info.redirectStderr && !merge};
   auto closeAll = [&] {
     for (auto& p : pipes) {
       closeHandle(p[0]);
@@ -83,6 +84,7 @@ SysError processStart(ProcessStartInfo const& info, ProcessHandle& process, Pipe
     for (auto& h : inherited) closeHandle(h);
   };
   bool const anyRedirect = redirect[0] || redirect[1] || redirect[2];
+  // The child's stderr is its stdout pipe's end when merged.
   DWORD const stdIds[3] = {STD_INPUT_HANDLE, STD_OUTPUT_HANDLE, STD_ERROR_HANDLE};
   HANDLE childStd[3] = {nullptr, nullptr, nullptr};
   std::vector<HANDLE> handleList;
@@ -103,6 +105,8 @@ SysError processStart(ProcessStartInfo const& info, ProcessHandle& process, Pipe
           return e;
         }
         childStd[i] = pipes[i][0];
+      } else if (i == 2 && merge) {
+        childStd[i] = childStd[1];
       } else {
         // With explicit std handles the child gets ours only through an
         // inheritable duplicate; a process without one passes none.
