@@ -70,7 +70,8 @@ struct ProcessStartInfo {
 /// Starts the process. On success process is set and so are the pipe ends
 /// asked for (the others null). On failure everything is null; the error
 /// is that of the start itself (a missing program gives "file not found",
-/// not a child that fails later).
+/// not a child that fails later). POSIX refuses a text with a lone
+/// surrogate (EILSEQ): it has no UTF-8 form.
 SysError processStart(ProcessStartInfo const& info, ProcessHandle& process, PipeHandle& stdinWrite,
                       PipeHandle& stdoutRead, PipeHandle& stderrRead);
 /// Waits until the process ended or timeoutMillis passed (-1: no limit, 0:

@@ -114,8 +114,9 @@ public:
   /// text holding a NUL character (property "argument", "program", "folder"
   /// or "environment" tells which), CSystemError (function "CProcess::start",
   /// api "CreateProcessW", property "program"; the code says why: a missing
-  /// program, a missing working folder, no permission) when the OS cannot
-  /// start it.
+  /// program, a missing working folder, no permission; on POSIX also a
+  /// text with a lone surrogate, which has no UTF-8 form) when the OS
+  /// cannot start it.
   void start();
   /// True once the child has ended and the output pumps have delivered all
   /// it wrote; false when timeoutMs (-1 = no limit) ran out first. Once it

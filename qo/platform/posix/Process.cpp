@@ -41,8 +41,10 @@ namespace {
 
 SysError errorOf(int code) { return SysError{static_cast<std::uint32_t>(code), sysErrorText(static_cast<std::uint32_t>(code))}; }
 
-std::string utf8(std::u16string const& text) {
-  std::string out;
+// False for a lone surrogate, which has no UTF-8 form: the text would
+// reach the child changed.
+bool toUTF8(std::u16string const& text, std::string& out) {
+  out.clear();
   out.reserve(text.size());
   for (std::size_t i = 0; i < text.size(); ++i) {
     std::uint32_t c = text[i];
@@ -50,7 +52,7 @@ std::string utf8(std::u16string const& text) {
       c = 0x10000 + ((c - 0xD800) << 10) + (text[i + 1] - 0xDC00);
       ++i;
     } else if (c >= 0xD800 && c < 0xE000) {
-      c = 0xFFFD;  // a lone surrogate has no UTF-8 form
+      return false;
     }
     if (c < 0x80) {
       out += static_cast<char>(c);
@@ -68,7 +70,7 @@ std::string utf8(std::u16string const& text) {
       out += static_cast<char>(0x80 | (c & 0x3F));
     }
   }
-  return out;
+  return true;
 }
 
 // UTF-8 where valid; a byte that is not part of valid UTF-8 is taken as
@@ -186,19 +188,25 @@ SysError processStart(ProcessStartInfo const& info, ProcessHandle& process, Pipe
   if (info.argv.empty() || info.argv[0].empty()) return errorOf(ENOENT);
 
   // Everything is converted before the spawn.
-  std::vector<std::string> args;
-  for (auto const& a : info.argv) args.push_back(utf8(a));
+  std::vector<std::string> args(info.argv.size());
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    if (!toUTF8(info.argv[i], args[i])) return errorOf(EILSEQ);
+  }
   std::vector<char*> argv;
   for (auto& a : args) argv.push_back(a.data());
   argv.push_back(nullptr);
   std::vector<std::string> env;
   std::vector<char*> envp;
   if (!info.inheritEnvironment) {
-    for (auto const& e : info.environment) env.push_back(utf8(e));
+    env.resize(info.environment.size());
+    for (std::size_t i = 0; i < env.size(); ++i) {
+      if (!toUTF8(info.environment[i], env[i])) return errorOf(EILSEQ);
+    }
     for (auto& e : env) envp.push_back(e.data());
     envp.push_back(nullptr);
   }
-  std::string const folder = utf8(info.workingFolder);
+  std::string folder;
+  if (!toUTF8(info.workingFolder, folder)) return errorOf(EILSEQ);
 
   // [0] the child's end, [1] ours; both close-on-exec, the child's end
   // reaches the child only through dup2 onto 0, 1 or 2.
