@@ -153,6 +153,8 @@
 // IPC (qo/ipc)
 
 // System services (qo/sys)
+#include "qo/sys/CCommandLine.h"
+#include "qo/sys/CProcess.h"
 
 // Codecs and utilities (qo/util)
 #include "qo/util/CBase64.h"

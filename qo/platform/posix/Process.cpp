@@ -1,0 +1,476 @@
+#include "qo/platform/Process.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string>
+#include <vector>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <pwd.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/types.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+extern char** environ;
+
+namespace qo::platform {
+
+struct NativeProcess {
+  pid_t pid = -1;
+  int pidFd = -1;  // -1 when the kernel has no pidfd_open
+  bool reaped = false;
+  int status = 0;
+};
+
+struct NativePipe {
+  int fd = -1;
+};
+
+namespace {
+
+SysError errorOf(int code) { return SysError{static_cast<std::uint32_t>(code), sysErrorText(static_cast<std::uint32_t>(code))}; }
+
+// False for a lone surrogate, which has no UTF-8 form: the text would
+// reach the child changed.
+bool toUTF8(std::u16string const& text, std::string& out) {
+  out.clear();
+  out.reserve(text.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    std::uint32_t c = text[i];
+    if (c >= 0xD800 && c < 0xDC00 && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] < 0xE000) {
+      c = 0x10000 + ((c - 0xD800) << 10) + (text[i + 1] - 0xDC00);
+      ++i;
+    } else if (c >= 0xD800 && c < 0xE000) {
+      return false;
+    }
+    if (c < 0x80) {
+      out += static_cast<char>(c);
+    } else if (c < 0x800) {
+      out += static_cast<char>(0xC0 | (c >> 6));
+      out += static_cast<char>(0x80 | (c & 0x3F));
+    } else if (c < 0x10000) {
+      out += static_cast<char>(0xE0 | (c >> 12));
+      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      out += static_cast<char>(0x80 | (c & 0x3F));
+    } else {
+      out += static_cast<char>(0xF0 | (c >> 18));
+      out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      out += static_cast<char>(0x80 | (c & 0x3F));
+    }
+  }
+  return true;
+}
+
+// UTF-8 where valid; a byte that is not part of valid UTF-8 is taken as
+// Latin-1, so no name from the system is lost.
+std::u16string utf16(std::string const& text) {
+  std::u16string out;
+  out.reserve(text.size());
+  auto const* s = reinterpret_cast<unsigned char const*>(text.data());
+  std::size_t const n = text.size();
+  for (std::size_t i = 0; i < n;) {
+    unsigned char const b = s[i];
+    std::size_t len = b < 0x80 ? 1 : (b >> 5) == 6 ? 2 : (b >> 4) == 14 ? 3 : (b >> 3) == 30 ? 4 : 0;
+    std::uint32_t c = len == 1 ? b : len == 2 ? (b & 0x1F) : len == 3 ? (b & 0x0F) : (b & 0x07);
+    bool ok = len != 0 && i + len <= n;
+    for (std::size_t k = 1; ok && k < len; ++k) {
+      ok = (s[i + k] & 0xC0) == 0x80;
+      c = (c << 6) | (s[i + k] & 0x3F);
+    }
+    if (ok) {
+      ok = !(len == 2 && c < 0x80) && !(len == 3 && c < 0x800) && !(len == 4 && (c < 0x10000 || c > 0x10FFFF)) &&
+           !(c >= 0xD800 && c < 0xE000);
+    }
+    if (!ok) {
+      out += static_cast<char16_t>(b);
+      ++i;
+      continue;
+    }
+    if (c >= 0x10000) {
+      c -= 0x10000;
+      out += static_cast<char16_t>(0xD800 + (c >> 10));
+      out += static_cast<char16_t>(0xDC00 + (c & 0x3FF));
+    } else {
+      out += static_cast<char16_t>(c);
+    }
+    i += len;
+  }
+  return out;
+}
+
+void closeFd(int& fd) {
+  if (fd >= 0) ::close(fd);
+  fd = -1;
+}
+
+bool readWholeFile(char const* path, std::string& out) {
+  out.clear();
+  int const fd = ::open(path, O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  char buffer[4096];
+  for (;;) {
+    ssize_t const got = ::read(fd, buffer, sizeof buffer);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) break;
+    out.append(buffer, static_cast<std::size_t>(got));
+  }
+  ::close(fd);
+  return true;
+}
+
+bool readLink(std::string const& path, std::string& out) {
+  std::vector<char> buffer(4096);
+  for (;;) {
+    ssize_t const got = ::readlink(path.c_str(), buffer.data(), buffer.size());
+    if (got < 0) return false;
+    if (static_cast<std::size_t>(got) < buffer.size()) {
+      out.assign(buffer.data(), static_cast<std::size_t>(got));
+      return true;
+    }
+    buffer.resize(buffer.size() * 2);
+  }
+}
+
+std::u16string userName(uid_t uid) {
+  passwd entry;
+  passwd* found = nullptr;
+  std::vector<char> buffer(4096);
+  int rc;
+  while ((rc = getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found)) == ERANGE) {
+    buffer.resize(buffer.size() * 2);
+  }
+  if (rc == 0 && found && found->pw_name) return utf16(found->pw_name);
+  return utf16(std::to_string(uid));
+}
+
+// Keeps the exit status; the pid is free for reuse from here on.
+SysError reap(NativeProcess& p, bool block, bool& ended) {
+  ended = p.reaped;
+  if (p.reaped) return SysError{};
+  int status = 0;
+  pid_t rc;
+  do {
+    rc = ::waitpid(p.pid, &status, block ? 0 : WNOHANG);
+  } while (rc < 0 && errno == EINTR);
+  if (rc < 0) return errorOf(errno);
+  if (rc == 0) return SysError{};
+  p.reaped = true;
+  p.status = status;
+  closeFd(p.pidFd);
+  ended = true;
+  return SysError{};
+}
+
+long long monotonicMillis() {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+}  // namespace
+
+SysError processStart(ProcessStartInfo const& info, ProcessHandle& process, PipeHandle& stdinWrite,
+                      PipeHandle& stdoutRead, PipeHandle& stderrRead) {
+  process = nullptr;
+  stdinWrite = stdoutRead = stderrRead = nullptr;
+  if (info.argv.empty() || info.argv[0].empty()) return errorOf(ENOENT);
+
+  // Everything is converted before the spawn.
+  std::vector<std::string> args(info.argv.size());
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    if (!toUTF8(info.argv[i], args[i])) return errorOf(EILSEQ);
+  }
+  std::vector<char*> argv;
+  for (auto& a : args) argv.push_back(a.data());
+  argv.push_back(nullptr);
+  std::vector<std::string> env;
+  std::vector<char*> envp;
+  if (!info.inheritEnvironment) {
+    env.resize(info.environment.size());
+    for (std::size_t i = 0; i < env.size(); ++i) {
+      if (!toUTF8(info.environment[i], env[i])) return errorOf(EILSEQ);
+    }
+    for (auto& e : env) envp.push_back(e.data());
+    envp.push_back(nullptr);
+  }
+  std::string folder;
+  if (!toUTF8(info.workingFolder, folder)) return errorOf(EILSEQ);
+
+  // [0] the child's end, [1] ours; both close-on-exec, the child's end
+  // reaches the child only through dup2 onto 0, 1 or 2.
+  int pipes[3][2] = {{-1, -1}, {-1, -1}, {-1, -1}};
+  bool const merge = info.redirectStdout && info.stderrToStdout;
+  bool const redirect[3] = {info.redirectStdin, info.redirectStdout, info.redirectStderr && !merge};
+  auto closeAll = [&pipes] {
+    for (auto& p : pipes) {
+      closeFd(p[0]);
+      closeFd(p[1]);
+    }
+  };
+  for (int i = 0; i < 3; ++i) {
+    if (!redirect[i]) continue;
+    int fds[2];
+    if (::pipe2(fds, O_CLOEXEC) != 0) {
+      int const code = errno;
+      closeAll();
+      return errorOf(code);
+    }
+    // stdin: the child reads fds[0]; stdout/stderr: the child writes fds[1].
+    pipes[i][0] = i == 0 ? fds[0] : fds[1];
+    pipes[i][1] = i == 0 ? fds[1] : fds[0];
+  }
+
+  posix_spawn_file_actions_t actions;
+  posix_spawnattr_t attr;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawnattr_init(&attr);
+  for (int i = 0; i < 3; ++i) {
+    if (redirect[i]) posix_spawn_file_actions_adddup2(&actions, pipes[i][0], i);
+  }
+  if (merge) posix_spawn_file_actions_adddup2(&actions, pipes[1][0], 2);
+#if defined(__GLIBC__) && (__GLIBC__ > 2 || __GLIBC_MINOR__ >= 34)
+  // Descriptors someone opened without close-on-exec stay out of the child.
+  posix_spawn_file_actions_addclosefrom_np(&actions, 3);
+#endif
+  if (!folder.empty()) posix_spawn_file_actions_addchdir_np(&actions, folder.c_str());
+  // The child starts with no blocked signals and default dispositions,
+  // whatever the calling thread has set up.
+  sigset_t none, all;
+  sigemptyset(&none);
+  sigfillset(&all);
+  posix_spawnattr_setsigmask(&attr, &none);
+  posix_spawnattr_setsigdefault(&attr, &all);
+  posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+
+  pid_t pid = -1;
+  char** const childEnv = info.inheritEnvironment ? environ : envp.data();
+  bool const search = args[0].find('/') == std::string::npos;
+  int const rc = search ? ::posix_spawnp(&pid, args[0].c_str(), &actions, &attr, argv.data(), childEnv)
+                        : ::posix_spawn(&pid, args[0].c_str(), &actions, &attr, argv.data(), childEnv);
+  posix_spawn_file_actions_destroy(&actions);
+  posix_spawnattr_destroy(&attr);
+  for (auto& p : pipes) closeFd(p[0]);
+  if (rc != 0) {
+    closeAll();
+    return errorOf(rc);
+  }
+
+  auto* child = new (std::nothrow) NativeProcess;
+  NativePipe* ends[3] = {nullptr, nullptr, nullptr};
+  bool ok = child != nullptr;
+  for (int i = 0; i < 3 && ok; ++i) {
+    if (!redirect[i]) continue;
+    ends[i] = new (std::nothrow) NativePipe;
+    ok = ends[i] != nullptr;
+    if (ok) ends[i]->fd = pipes[i][1];
+  }
+  if (!ok) {
+    // The child runs already; it is killed rather than left unowned.
+    ::kill(pid, SIGKILL);
+    int status;
+    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    for (auto* e : ends) delete e;
+    delete child;
+    closeAll();
+    return errorOf(ENOMEM);
+  }
+  child->pid = pid;
+  child->pidFd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+  if (child->pidFd >= 0) ::fcntl(child->pidFd, F_SETFD, FD_CLOEXEC);
+  process = child;
+  stdinWrite = ends[0];
+  stdoutRead = ends[1];
+  stderrRead = ends[2];
+  return SysError{};
+}
+
+SysError processWait(ProcessHandle process, int timeoutMillis, bool& ended) {
+  ended = false;
+  if (process->reaped) {
+    ended = true;
+    return SysError{};
+  }
+  if (timeoutMillis < 0) return reap(*process, true, ended);
+  if (SysError e = reap(*process, false, ended)) return e;
+  if (ended || timeoutMillis == 0) return SysError{};
+  long long const deadline = monotonicMillis() + timeoutMillis;
+  if (process->pidFd >= 0) {
+    for (;;) {
+      long long const left = deadline - monotonicMillis();
+      pollfd p{process->pidFd, POLLIN, 0};
+      int const rc = ::poll(&p, 1, left > 0 ? static_cast<int>(left) : 0);
+      if (rc < 0 && errno == EINTR) continue;
+      if (rc < 0) return errorOf(errno);
+      if (rc == 0) return reap(*process, false, ended);
+      return reap(*process, true, ended);
+    }
+  }
+  // Kernels without pidfd_open: poll the status in growing steps.
+  long long step = 1;
+  for (;;) {
+    if (SysError e = reap(*process, false, ended)) return e;
+    long long const left = deadline - monotonicMillis();
+    if (ended || left <= 0) return SysError{};
+    step = std::min({step * 2, left, 50LL});
+    timespec pause{0, static_cast<long>(step * 1000000)};
+    ::nanosleep(&pause, nullptr);
+  }
+}
+
+void processExitStatus(ProcessHandle process, int& exitCode, int& signal) {
+  exitCode = -1;
+  signal = 0;
+  if (!process->reaped) return;
+  if (WIFEXITED(process->status)) exitCode = WEXITSTATUS(process->status);
+  if (WIFSIGNALED(process->status)) signal = WTERMSIG(process->status);
+}
+
+SysError processTerminate(ProcessHandle process, int) {
+  // An unreaped child keeps its pid, so the signal cannot hit a stranger.
+  if (process->reaped) return SysError{};
+  if (::kill(process->pid, SIGKILL) != 0 && errno != ESRCH) return errorOf(errno);
+  return SysError{};
+}
+
+std::uint64_t processId(ProcessHandle process) { return static_cast<std::uint64_t>(process->pid); }
+
+void processClose(ProcessHandle process) {
+  if (!process) return;
+  closeFd(process->pidFd);
+  delete process;
+}
+
+SysError pipeRead(PipeHandle pipe, void* buffer, std::size_t size, std::size_t& done) {
+  done = 0;
+  for (;;) {
+    ssize_t const got = ::read(pipe->fd, buffer, size);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return errorOf(errno);
+    done = static_cast<std::size_t>(got);
+    return SysError{};
+  }
+}
+
+SysError pipeWrite(PipeHandle pipe, void const* data, std::size_t size, bool& broken) {
+  broken = false;
+  // SIGPIPE is held back on this thread for the write; one raised by it is
+  // taken out of the pending set before the old mask returns.
+  sigset_t pipeSet, old;
+  sigemptyset(&pipeSet);
+  sigaddset(&pipeSet, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &pipeSet, &old);
+  auto const* bytes = static_cast<char const*>(data);
+  SysError result;
+  std::size_t done = 0;
+  while (done < size) {
+    ssize_t const put = ::write(pipe->fd, bytes + done, size - done);
+    if (put < 0 && errno == EINTR) continue;
+    if (put < 0) {
+      if (errno == EPIPE) {
+        broken = true;
+        timespec zero{0, 0};
+        while (sigtimedwait(&pipeSet, nullptr, &zero) < 0 && errno == EINTR) {
+        }
+      } else {
+        result = errorOf(errno);
+      }
+      break;
+    }
+    done += static_cast<std::size_t>(put);
+  }
+  pthread_sigmask(SIG_SETMASK, &old, nullptr);
+  return result;
+}
+
+void pipeClose(PipeHandle pipe) {
+  if (!pipe) return;
+  closeFd(pipe->fd);
+  delete pipe;
+}
+
+std::uint64_t processCurrentId() { return static_cast<std::uint64_t>(::getpid()); }
+
+SysError processCurrentExecutable(std::u16string& path) {
+  std::string target;
+  if (!readLink("/proc/self/exe", target)) return errorOf(errno);
+  path = utf16(target);
+  return SysError{};
+}
+
+SysError processCurrentCommandLine(std::vector<std::u16string>& argv, std::u16string& commandLine) {
+  argv.clear();
+  commandLine.clear();
+  std::string all;
+  if (!readWholeFile("/proc/self/cmdline", all)) return errorOf(errno);
+  std::size_t start = 0;
+  while (start < all.size()) {
+    std::size_t const end = all.find('\0', start);
+    std::size_t const stop = end == std::string::npos ? all.size() : end;
+    argv.push_back(utf16(all.substr(start, stop - start)));
+    start = stop + 1;
+  }
+  return SysError{};
+}
+
+SysError processCurrentEnvironment(std::vector<std::u16string>& entries) {
+  entries.clear();
+  for (char** e = environ; e && *e; ++e) entries.push_back(utf16(*e));
+  return SysError{};
+}
+
+bool processUsesCommandLine() { return false; }
+
+bool processEnvironmentIgnoresCase() { return false; }
+
+SysError processList(std::vector<ProcessEntry>& entries) {
+  entries.clear();
+  DIR* dir = ::opendir("/proc");
+  if (!dir) return errorOf(errno);
+  while (dirent* d = ::readdir(dir)) {
+    char const* name = d->d_name;
+    if (!*name || std::strspn(name, "0123456789") != std::strlen(name)) continue;
+    ProcessEntry entry;
+    entry.id = std::strtoull(name, nullptr, 10);
+    std::string const base = std::string("/proc/") + name;
+    std::string stat;
+    // "pid (comm) state ppid ...": comm may hold blanks and parentheses,
+    // so the fields are counted from the last ')'.
+    // A process that ended meanwhile is left out.
+    if (!readWholeFile((base + "/stat").c_str(), stat)) continue;
+    std::size_t const close = stat.rfind(')');
+    if (close != std::string::npos) {
+      char state = 0;
+      unsigned long long parent = 0;
+      if (std::sscanf(stat.c_str() + close + 1, " %c %llu", &state, &parent) == 2) entry.parentId = parent;
+    }
+    std::string exe;
+    if (readLink(base + "/exe", exe)) entry.executablePath = utf16(exe);
+    struct stat info;
+    if (::stat(base.c_str(), &info) == 0) entry.user = userName(info.st_uid);
+    entries.push_back(std::move(entry));
+  }
+  ::closedir(dir);
+  return SysError{};
+}
+
+bool systemCommandLineParserAvailable() { return false; }
+
+SysError systemParseCommandLine(std::u16string const&, std::vector<std::u16string>& argv) {
+  argv.clear();
+  return errorOf(ENOSYS);
+}
+
+}  // namespace qo::platform
