@@ -318,6 +318,36 @@ bool segmentsEqual(String const& a, String const& b, bool caseSensitive) {
   return caseSensitive ? a == b : a.CmpNoCase(b) == 0;
 }
 
+// A segment Windows would not keep as one name: it holds a separator, or is
+// made of dots and spaces only, which the platform trims to "", "." or "..".
+// The dot segments themselves are resolved before anyone asks.
+bool isUnsafeWindowsSegment(String const& segment) {
+  if (segment.Find(u'\\') != String::npos) return true;
+  if (segment.isEmpty() || segment == u"." || segment == u"..") return false;
+  for (char16_t c : segment.str())
+    if (c != u'.' && c != u' ') return false;
+  return true;
+}
+
+// The reason a file path built from the URI's path (dot segments already
+// removed) would name something else than the URI, or nullptr. A NUL ends
+// the path for every platform call; on Windows a backslash is a separator
+// as well. Containment and conversion share this check, so that a URI found
+// inside a folder never converts to a path outside it.
+char16_t const* unsafeFilePathReason(String const& host, String const& path, bool windows) {
+  if (path.Find(u'\0') != String::npos || host.Find(u'\0') != String::npos) return u"Path holds a NUL character.";
+  if (!windows) return nullptr;
+  for (char16_t c : host.str()) {
+    if (c == u'\\' || c == u'/' || c == u'?' || c == u'*' || c == u'"' || c == u'<' || c == u'>' || c == u'|')
+      return u"Host is not a server name.";
+  }
+  if (host == u"." || host == u"..") return u"Host is not a server name.";
+  for (String const& segment : splitSegments(path)) {
+    if (isUnsafeWindowsSegment(segment)) return u"A path segment holds a separator or only dots and spaces.";
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 // --- construction ------------------------------------------------------------
@@ -755,6 +785,7 @@ bool CURI::isParentOfOrEqual(CURI const& other) const {
       m_hasHost != other.m_hasHost || m_host != other.m_host || m_port != other.m_port)
     return false;
   if (!isAbsolute() || !other.isAbsolute()) return false;
+  if (other.hasUnsafeFilePath()) return false;
   bool caseSensitive = getTraits()->isPathCaseSensitive(*this);
   std::vector<String> mine = splitSegments(removeDotSegments(m_path));
   std::vector<String> theirs = splitSegments(removeDotSegments(other.m_path));
@@ -766,6 +797,13 @@ bool CURI::isParentOfOrEqual(CURI const& other) const {
 }
 
 // --- files -------------------------------------------------------------------
+
+bool CURI::hasUnsafeFilePath() const {
+  if (m_scheme != u"file") return false;
+  String const path = removeDotSegments(m_path);
+  bool const windows = !m_host.isEmpty() || isWindowsStyleFileURIPath(path) || isWindowsStyleFileURIPath(m_path);
+  return unsafeFilePathReason(isStoredIPv6Host(m_host) ? String() : m_host, path, windows) != nullptr;
+}
 
 bool CURI::isWindowsStyleFileURIPath(String const& path) {
   std::size_t n = path.length();
@@ -780,9 +818,16 @@ TPathImpl<CWindowsPathTraits> CURI::toWindowsFilePath() const {
   if (m_scheme != u"file")
     throw CURIIncompatibleError(*this, u"Cannot convert URI to windows file path. URI has an incompatible scheme.");
   String text;
+  // Dot segments are resolved here, as containment resolves them, never by
+  // the platform, which would not stop at the same place.
+  String const path = removeDotSegments(m_path);
+  if (m_host.isEmpty() && !isWindowsStyleFileURIPath(path))
+    throw CURIIncompatibleError(*this, u"Cannot convert URI to windows file path. Path does not have windows style.");
+  if (m_host.StartsWith(u"["))
+    throw CURIIncompatibleError(*this, u"Unable to convert URI with 'future style' IP address to Windows file path.");
+  if (char16_t const* reason = unsafeFilePathReason(isStoredIPv6Host(m_host) ? String() : m_host, path, true))
+    throw CURIIncompatibleError(*this, u"Cannot convert URI to windows file path. " + String(reason));
   if (!m_host.isEmpty()) {
-    if (m_host.StartsWith(u"["))
-      throw CURIIncompatibleError(*this, u"Unable to convert URI with 'future style' IP address to Windows file path.");
     String server = m_host;
     if (isStoredIPv6Host(server)) {
       // The UNC spelling of an IPv6 address: "-" for ":", "s" for the
@@ -791,13 +836,11 @@ TPathImpl<CWindowsPathTraits> CURI::toWindowsFilePath() const {
       server = server.Left(percent).Replace(u":", u"-") +
                (percent == String::npos ? String() : u"s" + server.Mid(percent + 1)) + kIPv6LiteralSuffix;
     }
-    text = u"\\\\" + server + m_path.Replace(u"/", u"\\");
-  } else if (isWindowsStyleFileURIPath(m_path)) {
-    text = m_path[1] == u'/' ? m_path : m_path.Mid(1);
+    text = u"\\\\" + server + path.Replace(u"/", u"\\");
+  } else {
+    text = path[1] == u'/' ? path : path.Mid(1);
     text = text.Replace(u"/", u"\\");
     if (text.length() == 2) text += u'\\';  // "/c:" is the drive's root
-  } else {
-    throw CURIIncompatibleError(*this, u"Cannot convert URI to windows file path. Path does not have windows style.");
   }
   return TPathImpl<CWindowsPathTraits>(text);
 }
@@ -809,7 +852,10 @@ TPathImpl<CUnixPathTraits> CURI::toUnixFilePath() const {
     throw CURIIncompatibleError(*this, u"Cannot convert URI to unix file path. Path is network path.");
   if (isWindowsStyleFileURIPath(m_path))
     throw CURIIncompatibleError(*this, u"Cannot convert URI to posix file path. Path has windows style.");
-  return TPathImpl<CUnixPathTraits>(m_path);
+  String const path = removeDotSegments(m_path);
+  if (char16_t const* reason = unsafeFilePathReason(String(), path, false))
+    throw CURIIncompatibleError(*this, u"Cannot convert URI to unix file path. " + String(reason));
+  return TPathImpl<CUnixPathTraits>(path);
 }
 
 CURI::CURI(TPathImpl<CWindowsPathTraits> const& path, bool isFolder) : m_scheme(u"file") {

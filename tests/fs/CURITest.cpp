@@ -12,6 +12,7 @@
 #include "qo/core/CInvalidArgError.h"
 #include "qo/core/CURIIncompatibleError.h"
 #include "qo/core/CURIMalformedError.h"
+#include "qo/fs/CURISelector.h"
 #include "qo/fs/CUnixPathTraits.h"
 #include "qo/fs/CWindowsPathTraits.h"
 #include "qo/fs/TPathImpl.h"
@@ -513,6 +514,47 @@ TEST(CURITest, ChecksParentOrEqual) {
   for (Case const& c : cases) {
     SCOPED_TRACE(show(c.child));
     EXPECT_EQ(CURI(c.parent).isParentOfOrEqual(CURI(c.child)), c.expected);
+  }
+}
+
+// A URI that escapes a separator or a dot segment must not pass a
+// containment check on the URI and then convert to a path outside the
+// folder: the conversion refuses it and containment says "outside".
+TEST(CURITest, EscapedSeparatorsCannotLeaveAFolder) {
+  struct Case { char16_t const* parent; char16_t const* child; bool inside; char16_t const* path; };
+  // path: the converted child ("" = refused); Windows when the parent is.
+  Case const cases[] = {
+      {u"file:///C:/safe/", u"file:///C:/safe/a%5C..%5C..%5CWindows", false, u""},
+      {u"file:///C:/safe/", u"file:///C:/safe/a%5c..%5c..%5cWindows", false, u""},
+      {u"file:///C:/safe/", u"file:///C:/safe/%5C..%5CWindows", false, u""},
+      {u"file:///C:/safe/", u"file:///C:/safe/a%2F..%2F..%2FWindows", false, u"C:\\Windows"},
+      {u"file:///C:/safe/", u"file:///C:/safe/%2E%2E/Windows", false, u"C:\\Windows"},
+      {u"file:///C:/safe/", u"file:///C:/safe/x/%2e%2E/%2E/y", true, u"C:\\safe\\y"},
+      {u"file:///C:/safe/", u"file:///C:/safe/.%2E%2E/y", false, u""},
+      {u"file:///C:/safe/", u"file:///C:/safe/..%20/y", false, u""},
+      {u"file:///C:/safe/", u"file:///C:/../D:/safe/x", false, u"D:\\safe\\x"},
+      {u"file://srv/share/", u"file://srv/share/..%5Cother", false, u""},
+      {u"file://srv/share/", u"file://srv/share/../other/x", false, u"\\\\srv\\other\\x"},
+      {u"file://srv%5Cx/", u"file://srv%5Cx/y", false, u""},
+      {u"file:///srv/", u"file:///srv/a%5C..%5C..%5Cetc", true, u"/srv/a\\..\\..\\etc"},
+      {u"file:///srv/", u"file:///srv/a%2F..%2F..%2Fetc", false, u"/etc"},
+      {u"file:///srv/", u"file:///srv/%2e%2e/etc", false, u"/etc"},
+      {u"file:///srv/", u"file:///srv/x%00/../y", true, u"/srv/y"}, {u"file:///srv/", u"file:///srv/x%00", false, u""},
+  };
+  for (Case const& c : cases) {
+    SCOPED_TRACE(show(c.child));
+    CURI parent(c.parent), child(c.child);
+    EXPECT_EQ(parent.isParentOfOrEqual(child), c.inside);
+    EXPECT_EQ(CURISelector().path(parent.getPath()).matches(child), c.inside);
+    bool const windows = parent.getPath().Contains(u":") || !parent.getHost().isEmpty();
+    try {
+      String path = windows ? child.toWindowsFilePath().toString() : child.toUnixFilePath().toString();
+      EXPECT_EQ(path, String(c.path));
+    } catch (CURIIncompatibleError const& e) {
+      EXPECT_EQ(String(c.path), String()) << e.getMessage();
+      EXPECT_TRUE(e.getMessage().StartsWith(windows ? u"Cannot convert URI to windows file path. "
+                                                    : u"Cannot convert URI to unix file path. "));
+    }
   }
 }
 
