@@ -247,8 +247,29 @@ String TPathImpl<Traits>::normalizeText(String const& text) {
     throw CBadPathError(text);  // name the text as given
   }
   char16_t const sep = Traits::getSepChar();
-  std::u16string out(s.str(), 0, static_cast<std::size_t>(rootLength));
-  std::vector<std::size_t> marks;  // out's length before each kept component
+  std::u16string out;
+  out.reserve(s.length());
+  out.assign(s.str(), 0, static_cast<std::size_t>(rootLength));
+  // out's length before each kept component; on the stack for the usual
+  // depths.
+  std::size_t inlineMarks[32];
+  std::vector<std::size_t> moreMarks;
+  std::size_t markCount = 0;
+  auto pushMark = [&](std::size_t mark) {
+    if (markCount < 32) {
+      inlineMarks[markCount] = mark;
+    } else {
+      moreMarks.push_back(mark);
+    }
+    ++markCount;
+  };
+  auto popMark = [&]() -> std::size_t {
+    --markCount;
+    if (markCount < 32) return inlineMarks[markCount];
+    std::size_t mark = moreMarks.back();
+    moreMarks.pop_back();
+    return mark;
+  };
   std::size_t leadingDotDots = 0;  // ".." kept at the start of a relative path
   int from = rootLength;
   int start = -1;
@@ -259,19 +280,22 @@ String TPathImpl<Traits>::normalizeText(String const& text) {
     int const length = end - start;
     if (length == 1 && p[0] == u'.') continue;
     if (length == 2 && p[0] == u'.' && p[1] == u'.' && Traits::collapsesDotDotComponents()) {
-      if (marks.size() > leadingDotDots) {
-        out.resize(marks.back());
-        marks.pop_back();
+      if (markCount > leadingDotDots) {
+        out.resize(popMark());
         continue;
       }
       if (rootLength > 0) continue;  // nothing is above a root
       ++leadingDotDots;
     }
-    String component(p, static_cast<std::size_t>(length));
-    Traits::normalizeComponent(component);
-    marks.push_back(out.size());
+    pushMark(out.size());
     if (!out.empty() && !Traits::isSep(out.back())) out += sep;
-    out += component.str();
+    if (Traits::rewritesComponents()) {
+      String component(p, static_cast<std::size_t>(length));
+      Traits::normalizeComponent(component);
+      out += component.str();
+    } else {
+      out.append(p, static_cast<std::size_t>(length));
+    }
   }
   if (out.empty()) return String(u".");
 
