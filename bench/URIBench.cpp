@@ -113,10 +113,69 @@ void BM_StdHandSplitJoin(benchmark::State& state) {
 }
 BENCHMARK(BM_StdHandSplitJoin)->UseRealTime();
 
+// Parsing alone, one URI again and again. The peer splits the same text at
+// its delimiters into std::u16string parts: the least a parser that keeps
+// its components must do (no checks, no unescaping, no lower-casing).
+struct Parts {
+  std::u16string scheme, authority, path, query, fragment;
+};
+
+void handSplit(std::u16string const& text, Parts& parts) {
+  std::size_t colon = text.find(u':');
+  parts.scheme.assign(text, 0, colon);
+  std::size_t pos = colon + 1;
+  std::size_t end = text.size();
+  std::size_t hash = text.find(u'#', pos);
+  if (hash != std::u16string::npos) {
+    parts.fragment.assign(text, hash + 1);
+    end = hash;
+  }
+  std::size_t question = text.find(u'?', pos);
+  if (question != std::u16string::npos && question < end) {
+    parts.query.assign(text, question + 1, end - question - 1);
+    end = question;
+  }
+  if (text.compare(pos, 2, u"//") == 0) {
+    std::size_t slash = text.find(u'/', pos + 2);
+    if (slash == std::u16string::npos || slash > end) slash = end;
+    parts.authority.assign(text, pos + 2, slash - pos - 2);
+    pos = slash;
+  }
+  parts.path.assign(text, pos, end - pos);
+}
+
+char16_t const kHTTPURI[] = u"http://www.example.com:8080/api/v2/files/report.docx?version=3&lang=en#meta";
+char16_t const kFileURI[] = u"file:///C:/Users/alice/Documents/Q4%20Reports/budget%202024.xlsx";
+
+void BM_URIParseQo(benchmark::State& state, char16_t const* text) {
+  qo::String const input(text);
+  for (auto _ : state) {
+    qo::CURI uri(input);
+    benchmark::DoNotOptimize(uri.getPath().data());
+  }
+}
+BENCHMARK_CAPTURE(BM_URIParseQo, http, kHTTPURI)->UseRealTime();
+BENCHMARK_CAPTURE(BM_URIParseQo, file, kFileURI)->UseRealTime();
+
+void BM_URIParseHandSplit(benchmark::State& state, char16_t const* text) {
+  std::u16string const input(text);
+  for (auto _ : state) {
+    Parts parts;  // fresh each time, as a parsed URI is
+    handSplit(input, parts);
+    benchmark::DoNotOptimize(parts.path.data());
+  }
+}
+BENCHMARK_CAPTURE(BM_URIParseHandSplit, http, kHTTPURI)->UseRealTime();
+BENCHMARK_CAPTURE(BM_URIParseHandSplit, file, kFileURI)->UseRealTime();
+
 void tearDownURIBench() { g_corpus.clear(); }
 
 }  // namespace
 
 QO_BENCH_RATIO("CURI parse + toString / std::u16string hand split + join", "BM_URIParseToString/1",
                "BM_StdHandSplitJoin/1");
+QO_BENCH_RATIO("CURI parse of an http URI / std::u16string hand split", "BM_URIParseQo/http/1",
+               "BM_URIParseHandSplit/http/1");
+QO_BENCH_RATIO("CURI parse of a file:///C:/ URI / std::u16string hand split", "BM_URIParseQo/file/1",
+               "BM_URIParseHandSplit/file/1");
 QO_BENCH_SETUP(buildCorpus, tearDownURIBench);

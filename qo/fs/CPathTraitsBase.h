@@ -29,6 +29,10 @@ public:
   /// A copy of text without leading and trailing white space (String::trim);
   /// for paths a user typed, before they are parsed. Thread-safe.
   static String fixCommonInputMistakes(String const& text);
+  /// False: normalizeComponent changes nothing, so TPathImpl need not hand
+  /// each component to it. Traits whose normalizeComponent rewrites
+  /// components hide this with one that says true. Thread-safe.
+  static constexpr bool rewritesComponents() noexcept { return false; }
 
   /// U+0001 to U+001F except tab, then the ten characters * / : < > ? \ | " '
   /// (no U+0000): characters that are unsafe in a file name on some system.

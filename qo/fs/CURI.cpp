@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <vector>
 
@@ -49,14 +50,27 @@ bool isSubDelim(char16_t c) { return c != 0 && std::u16string_view(u"!$&'()*+,;=
 bool contains(char16_t const* set, char16_t c) {
   return c != 0 && std::u16string_view(set).find(c) != std::u16string_view::npos;
 }
-bool isEscapeAt(String const& text, std::size_t i) {
-  return text[i] == u'%' && i + 2 < text.length() && isHex(text[i + 1]) && isHex(text[i + 2]);
+bool isEscapeAt(std::u16string_view text, std::size_t i) {
+  return text[i] == u'%' && i + 2 < text.size() && isHex(text[i + 1]) && isHex(text[i + 2]);
 }
+bool isEscapeAt(String const& text, std::size_t i) { return isEscapeAt(std::u16string_view(text.str()), i); }
 
 String asciiLower(String text) {
   for (std::size_t i = 0; i < text.length(); ++i)
     if (text[i] >= u'A' && text[i] <= u'Z') text[i] = static_cast<char16_t>(text[i] + 32);
   return text;
+}
+
+// String::Lower() in place, without a copy when the text is ASCII.
+void lowerInPlace(String& text) {
+  for (char16_t c : text.str()) {
+    if (c >= 0x80) {
+      text = text.Lower();
+      return;
+    }
+  }
+  for (char16_t& c : text.str())
+    if (c >= u'A' && c <= u'Z') c = static_cast<char16_t>(c + 32);
 }
 
 void appendPercent(String& out, unsigned byte) {
@@ -154,20 +168,23 @@ void flushUTF8Buffer(String& out, Bytes& buffer) {
 
 // Collects the bytes of consecutive "%XX" escapes from text[i]; i ends after
 // them.
-void collectEscapes(String const& text, std::size_t& i, Bytes& buffer) {
-  while (i < text.length() && isEscapeAt(text, i)) {
+void collectEscapes(std::u16string_view text, std::size_t& i, Bytes& buffer) {
+  while (i < text.size() && isEscapeAt(text, i)) {
     buffer += static_cast<char>(hexValue(text[i + 1]) * 16 + hexValue(text[i + 2]));
     i += 3;
   }
 }
 
+String unescapeRange(std::u16string_view text);
+String normalizeQueryRange(std::u16string_view query);
+
 [[noreturn]] void throwMalformed(String const& text, char16_t const* reason) {
   throw CURIMalformedError(text, CProps().add(CURIMalformedError::paramReason(), reason));
 }
 
-bool isValidScheme(String const& scheme) {
-  if (scheme.isEmpty() || !isAlpha(scheme[0])) return false;
-  for (std::size_t i = 1; i < scheme.length(); ++i) {
+bool isValidScheme(std::u16string_view scheme) {
+  if (scheme.empty() || !isAlpha(scheme[0])) return false;
+  for (std::size_t i = 1; i < scheme.size(); ++i) {
     char16_t c = scheme[i];
     if (!isAlpha(c) && !isDigit(c) && c != u'+' && c != u'-' && c != u'.') return false;
   }
@@ -318,6 +335,36 @@ bool segmentsEqual(String const& a, String const& b, bool caseSensitive) {
   return caseSensitive ? a == b : a.CmpNoCase(b) == 0;
 }
 
+// A segment Windows would not keep as one name: it holds a separator, or is
+// made of dots and spaces only, which the platform trims to "", "." or "..".
+// The dot segments themselves are resolved before anyone asks.
+bool isUnsafeWindowsSegment(String const& segment) {
+  if (segment.Find(u'\\') != String::npos) return true;
+  if (segment.isEmpty() || segment == u"." || segment == u"..") return false;
+  for (char16_t c : segment.str())
+    if (c != u'.' && c != u' ') return false;
+  return true;
+}
+
+// The reason a file path built from the URI's path (dot segments already
+// removed) would name something else than the URI, or nullptr. A NUL ends
+// the path for every platform call; on Windows a backslash is a separator
+// as well. Containment and conversion share this check, so that a URI found
+// inside a folder never converts to a path outside it.
+char16_t const* unsafeFilePathReason(String const& host, String const& path, bool windows) {
+  if (path.Find(u'\0') != String::npos || host.Find(u'\0') != String::npos) return u"Path holds a NUL character.";
+  if (!windows) return nullptr;
+  for (char16_t c : host.str()) {
+    if (c == u'\\' || c == u'/' || c == u'?' || c == u'*' || c == u'"' || c == u'<' || c == u'>' || c == u'|')
+      return u"Host is not a server name.";
+  }
+  if (host == u"." || host == u"..") return u"Host is not a server name.";
+  for (String const& segment : splitSegments(path)) {
+    if (isUnsafeWindowsSegment(segment)) return u"A path segment holds a separator or only dots and spaces.";
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 // --- construction ------------------------------------------------------------
@@ -371,91 +418,94 @@ CURI& CURI::operator=(CURI const& other) = default;
 CURI& CURI::operator=(CURI&& other) noexcept = default;
 CURI::~CURI() = default;
 
+// Works on ranges of text and builds each component once: a parsed URI
+// costs one string per component present (none for short ones).
 void CURI::parse(String const& text) {
+  std::u16string_view const t(text.str());
   std::size_t begin = 0;
-  std::size_t end = text.length();
+  std::size_t end = t.size();
   // A colon before any "/", "?" or "#" ends the scheme; later ones belong to
   // the path of a relative reference.
-  std::size_t delim = text.str().find_first_of(u":/?#");
-  if (delim != String::npos && text[delim] == u':') {
-    String scheme = text.Left(delim);
+  std::size_t delim = t.find_first_of(u":/?#");
+  if (delim != std::u16string_view::npos && t[delim] == u':') {
+    std::u16string_view scheme = t.substr(0, delim);
     if (!isValidScheme(scheme)) throwMalformed(text, u"Invalid scheme.");
-    m_scheme = asciiLower(scheme);
+    m_scheme = asciiLower(String(std::u16string(scheme)));
     begin = delim + 1;
   }
-  std::size_t hash = text.Find(u'#', begin);
-  if (hash != String::npos) {
-    m_fragment = unescape(text.Mid(hash + 1));
+  std::size_t hash = t.find(u'#', begin);
+  if (hash != std::u16string_view::npos) {
+    m_fragment = unescapeRange(t.substr(hash + 1));
     m_hasFragment = true;
     end = hash;
   }
-  std::size_t question = text.Find(u'?', begin);
-  if (question != String::npos && question < end) {
-    m_query = normalizeEscapedUnicodeQuery(text.Mid(question + 1, end - question - 1));
+  std::size_t question = t.find(u'?', begin);
+  if (question != std::u16string_view::npos && question < end) {
+    m_query = normalizeQueryRange(t.substr(question + 1, end - question - 1));
     m_hasQuery = true;
     end = question;
   }
-  if (end - begin >= 2 && text[begin] == u'/' && text[begin + 1] == u'/') {
+  if (end - begin >= 2 && t[begin] == u'/' && t[begin + 1] == u'/') {
     m_hasAuthority = m_hasHost = true;
     std::size_t authorityBegin = begin + 2;
-    std::size_t authorityEnd = text.Find(u'/', authorityBegin);
-    if (authorityEnd == String::npos || authorityEnd > end) authorityEnd = end;
-    String authority = text.Mid(authorityBegin, authorityEnd - authorityBegin);
+    std::size_t authorityEnd = t.find(u'/', authorityBegin);
+    if (authorityEnd == std::u16string_view::npos || authorityEnd > end) authorityEnd = end;
+    std::u16string_view authority = t.substr(authorityBegin, authorityEnd - authorityBegin);
     begin = authorityEnd;
 
-    std::size_t at = authority.FindLast(u'@');
-    String hostPort = authority;
-    if (at != String::npos) {
-      String userInfo = authority.Left(at);
-      hostPort = authority.Mid(at + 1);
-      if (userInfo.Contains(u"[") || userInfo.Contains(u"]"))
+    std::size_t at = authority.rfind(u'@');
+    std::u16string_view hostPort = authority;
+    if (at != std::u16string_view::npos) {
+      std::u16string_view userInfo = authority.substr(0, at);
+      hostPort = authority.substr(at + 1);
+      if (userInfo.find_first_of(u"[]") != std::u16string_view::npos)
         throwMalformed(text, u"Invalid character in user information.");
-      std::size_t colon = userInfo.Find(u':');
-      m_userName = unescape(userInfo.Left(colon));
+      std::size_t colon = userInfo.find(u':');
+      m_userName = unescapeRange(userInfo.substr(0, colon));
       m_hasUserName = true;
-      if (colon != String::npos) {
-        m_userAuthInfo = unescape(userInfo.Mid(colon + 1));
+      if (colon != std::u16string_view::npos) {
+        m_userAuthInfo = unescapeRange(userInfo.substr(colon + 1));
         m_hasUserAuthInfo = true;
       }
     }
-    String portText;
+    std::u16string_view portText;
     bool hasPortText = false;
-    if (hostPort.StartsWith(u"[")) {
-      std::size_t close = hostPort.Find(u']');
-      if (close == String::npos) throwMalformed(text, u"Missing closing bracket of an IP literal host.");
-      if (close + 1 < hostPort.length()) {
+    if (!hostPort.empty() && hostPort[0] == u'[') {
+      std::size_t close = hostPort.find(u']');
+      if (close == std::u16string_view::npos) throwMalformed(text, u"Missing closing bracket of an IP literal host.");
+      if (close + 1 < hostPort.size()) {
         if (hostPort[close + 1] != u':') throwMalformed(text, u"Unexpected character after an IP literal host.");
-        portText = hostPort.Mid(close + 2);
+        portText = hostPort.substr(close + 2);
         hasPortText = true;
       }
-      m_host = parseBracketedHost(text, hostPort.Mid(1, close - 1));
+      m_host = parseBracketedHost(text, String(std::u16string(hostPort.substr(1, close - 1))));
     } else {
-      std::size_t colon = hostPort.Find(u':');
-      String host = hostPort.Left(colon);
-      if (colon != String::npos) {
-        portText = hostPort.Mid(colon + 1);
+      std::size_t colon = hostPort.find(u':');
+      std::u16string_view host = hostPort.substr(0, colon);
+      if (colon != std::u16string_view::npos) {
+        portText = hostPort.substr(colon + 1);
         hasPortText = true;
       }
-      if (host.Contains(u"[") || host.Contains(u"]")) throwMalformed(text, u"Invalid character in host.");
-      m_host = unescape(host).Lower();
+      if (host.find_first_of(u"[]") != std::u16string_view::npos) throwMalformed(text, u"Invalid character in host.");
+      m_host = unescapeRange(host);
+      lowerInPlace(m_host);
     }
     if (hasPortText) {
       // At most 18 digits, so that the value fits a signed 64-bit integer.
-      if (portText.isEmpty() || portText.length() > 18) throwMalformed(text, u"The port is not a decimal number.");
+      if (portText.empty() || portText.size() > 18) throwMalformed(text, u"The port is not a decimal number.");
       long long port = 0;
-      for (std::size_t i = 0; i < portText.length(); ++i) {
-        if (!isDigit(portText[i])) throwMalformed(text, u"The port is not a decimal number.");
-        port = port * 10 + (portText[i] - u'0');
+      for (char16_t c : portText) {
+        if (!isDigit(c)) throwMalformed(text, u"The port is not a decimal number.");
+        port = port * 10 + (c - u'0');
       }
       m_port = port;
     }
     // The authority ends at the first slash, so a path after it always
     // starts with one; the check matters for the parts constructor.
-    m_path = unescape(text.Mid(begin, end - begin));
-    if (m_path.isEmpty()) m_path = u"/";
+    m_path = begin < end ? unescapeRange(t.substr(begin, end - begin)) : String(u"/");
     return;
   }
-  m_path = unescape(text.Mid(begin, end - begin));
+  m_path = unescapeRange(t.substr(begin, end - begin));
 }
 
 // RFC 3986 section 5.2.2, strict (a reference with a scheme is taken whole).
@@ -592,19 +642,33 @@ String CURI::escape(String const& text, bool keepNonASCII, String const& extraAl
 
 String CURI::unescape(String const& text) {
   if (text.Find(u'%') == String::npos) return text;
+  return unescapeRange(text.str());
+}
+
+namespace {
+
+// unescape() of a part of a text, without copying the part first.
+String unescapeRange(std::u16string_view text) {
+  if (text.find(u'%') == std::u16string_view::npos) return String(std::u16string(text));
   String out;
-  out.str().reserve(text.length());
+  out.str().reserve(text.size());
   Bytes buffer;
-  for (std::size_t i = 0; i < text.length();) {
+  for (std::size_t i = 0; i < text.size();) {
     if (isEscapeAt(text, i)) {
       collectEscapes(text, i, buffer);
       flushUTF8Buffer(out, buffer);
     } else {
-      out += text[i++];
+      // The plain run up to the next "%" in one piece.
+      std::size_t next = text.find(u'%', i + 1);
+      if (next == std::u16string_view::npos) next = text.size();
+      out.str().append(text.substr(i, next - i));
+      i = next;
     }
   }
   return out;
 }
+
+}  // namespace
 
 // Escapes of non-ASCII characters become the characters and escapes of
 // unreserved ones the plain characters (RFC 3986 6.2.2.2); escapes of
@@ -612,11 +676,15 @@ String CURI::unescape(String const& text) {
 // "&"), with upper-case digits, as do bytes that form no UTF-8 character.
 // Characters a query may not hold plainly are escaped, and a "%" that starts
 // no escape becomes "%25".
-String CURI::normalizeEscapedUnicodeQuery(String const& query) {
+String CURI::normalizeEscapedUnicodeQuery(String const& query) { return normalizeQueryRange(query.str()); }
+
+namespace {
+
+String normalizeQueryRange(std::u16string_view query) {
   String out;
-  out.str().reserve(query.length());
+  out.str().reserve(query.size());
   Bytes buffer;
-  for (std::size_t i = 0; i < query.length();) {
+  for (std::size_t i = 0; i < query.size();) {
     char16_t c = query[i];
     if (isEscapeAt(query, i)) {
       collectEscapes(query, i, buffer);
@@ -643,6 +711,8 @@ String CURI::normalizeEscapedUnicodeQuery(String const& query) {
   }
   return out;
 }
+
+}  // namespace
 
 String CURI::toString(bool keepNonASCII) const {
   String out;
@@ -755,6 +825,7 @@ bool CURI::isParentOfOrEqual(CURI const& other) const {
       m_hasHost != other.m_hasHost || m_host != other.m_host || m_port != other.m_port)
     return false;
   if (!isAbsolute() || !other.isAbsolute()) return false;
+  if (other.hasUnsafeFilePath()) return false;
   bool caseSensitive = getTraits()->isPathCaseSensitive(*this);
   std::vector<String> mine = splitSegments(removeDotSegments(m_path));
   std::vector<String> theirs = splitSegments(removeDotSegments(other.m_path));
@@ -766,6 +837,13 @@ bool CURI::isParentOfOrEqual(CURI const& other) const {
 }
 
 // --- files -------------------------------------------------------------------
+
+bool CURI::hasUnsafeFilePath() const {
+  if (m_scheme != u"file") return false;
+  String const path = removeDotSegments(m_path);
+  bool const windows = !m_host.isEmpty() || isWindowsStyleFileURIPath(path) || isWindowsStyleFileURIPath(m_path);
+  return unsafeFilePathReason(isStoredIPv6Host(m_host) ? String() : m_host, path, windows) != nullptr;
+}
 
 bool CURI::isWindowsStyleFileURIPath(String const& path) {
   std::size_t n = path.length();
@@ -780,9 +858,16 @@ TPathImpl<CWindowsPathTraits> CURI::toWindowsFilePath() const {
   if (m_scheme != u"file")
     throw CURIIncompatibleError(*this, u"Cannot convert URI to windows file path. URI has an incompatible scheme.");
   String text;
+  // Dot segments are resolved here, as containment resolves them, never by
+  // the platform, which would not stop at the same place.
+  String const path = removeDotSegments(m_path);
+  if (m_host.isEmpty() && !isWindowsStyleFileURIPath(path))
+    throw CURIIncompatibleError(*this, u"Cannot convert URI to windows file path. Path does not have windows style.");
+  if (m_host.StartsWith(u"["))
+    throw CURIIncompatibleError(*this, u"Unable to convert URI with 'future style' IP address to Windows file path.");
+  if (char16_t const* reason = unsafeFilePathReason(isStoredIPv6Host(m_host) ? String() : m_host, path, true))
+    throw CURIIncompatibleError(*this, u"Cannot convert URI to windows file path. " + String(reason));
   if (!m_host.isEmpty()) {
-    if (m_host.StartsWith(u"["))
-      throw CURIIncompatibleError(*this, u"Unable to convert URI with 'future style' IP address to Windows file path.");
     String server = m_host;
     if (isStoredIPv6Host(server)) {
       // The UNC spelling of an IPv6 address: "-" for ":", "s" for the
@@ -791,13 +876,11 @@ TPathImpl<CWindowsPathTraits> CURI::toWindowsFilePath() const {
       server = server.Left(percent).Replace(u":", u"-") +
                (percent == String::npos ? String() : u"s" + server.Mid(percent + 1)) + kIPv6LiteralSuffix;
     }
-    text = u"\\\\" + server + m_path.Replace(u"/", u"\\");
-  } else if (isWindowsStyleFileURIPath(m_path)) {
-    text = m_path[1] == u'/' ? m_path : m_path.Mid(1);
+    text = u"\\\\" + server + path.Replace(u"/", u"\\");
+  } else {
+    text = path[1] == u'/' ? path : path.Mid(1);
     text = text.Replace(u"/", u"\\");
     if (text.length() == 2) text += u'\\';  // "/c:" is the drive's root
-  } else {
-    throw CURIIncompatibleError(*this, u"Cannot convert URI to windows file path. Path does not have windows style.");
   }
   return TPathImpl<CWindowsPathTraits>(text);
 }
@@ -809,7 +892,10 @@ TPathImpl<CUnixPathTraits> CURI::toUnixFilePath() const {
     throw CURIIncompatibleError(*this, u"Cannot convert URI to unix file path. Path is network path.");
   if (isWindowsStyleFileURIPath(m_path))
     throw CURIIncompatibleError(*this, u"Cannot convert URI to posix file path. Path has windows style.");
-  return TPathImpl<CUnixPathTraits>(m_path);
+  String const path = removeDotSegments(m_path);
+  if (char16_t const* reason = unsafeFilePathReason(String(), path, false))
+    throw CURIIncompatibleError(*this, u"Cannot convert URI to unix file path. " + String(reason));
+  return TPathImpl<CUnixPathTraits>(path);
 }
 
 CURI::CURI(TPathImpl<CWindowsPathTraits> const& path, bool isFolder) : m_scheme(u"file") {

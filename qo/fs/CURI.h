@@ -146,8 +146,17 @@ public:
   bool isEmpty() const noexcept;
   /// True when other has the same scheme, user name, host and port and its
   /// path (dot segments removed) equals this path or lies below it, whole
-  /// segments compared, case-insensitively where the traits say so.
+  /// segments compared, case-insensitively where the traits say so; false
+  /// when other.hasUnsafeFilePath(). When it holds and both convert to file
+  /// paths, the child's path lies below the parent's.
   bool isParentOfOrEqual(CURI const& other) const;
+  /// True for a "file" URI that no file path can name faithfully: its path
+  /// (dot segments removed) or host holds a NUL, or it converts to a
+  /// Windows path (a host, or a path of Windows style) and a segment holds
+  /// a backslash or only dots and spaces, or the host holds a separator or
+  /// a wildcard. The conversions refuse such URIs and isParentOfOrEqual and
+  /// CURISelector never take them as inside a folder. Not thread-safe.
+  bool hasUnsafeFilePath() const;
   /// The traits registered for the scheme (CURITraitsManager). Thread-safe
   /// after start-up registration.
   P<IURITraits> getTraits() const;
@@ -186,12 +195,17 @@ public:
   TPathImpl<CWindowsPathTraits> toFilePath() const;
   /// The Windows path of a "file" URI: a host gives a UNC path (IPv6 in the
   /// "fe80--1.ipv6-literal.net" form), else the path must be of Windows
-  /// style. Long paths get the long prefix. Throws CURIIncompatibleError
+  /// style. Dot segments are removed first (as isParentOfOrEqual removes
+  /// them). Long paths get the long prefix. Throws CURIIncompatibleError
+  /// ("Cannot convert URI to windows file path. " and the reason) for a URI
+  /// with hasUnsafeFilePath(), and
   /// ("Cannot convert URI to windows file path. URI has an incompatible
   /// scheme." / "... Path does not have windows style." / "Unable to convert
   /// URI with 'future style' IP address to Windows file path.").
   TPathImpl<CWindowsPathTraits> toWindowsFilePath() const;
-  /// The POSIX path of a "file" URI. Throws CURIIncompatibleError ("Cannot
+  /// The POSIX path of a "file" URI, dot segments removed first. Throws
+  /// CURIIncompatibleError ("Cannot convert URI to unix file path. Path
+  /// holds a NUL character." /"Cannot
   /// convert URI to unix file path. URI has an incompatible scheme." /
   /// "Cannot convert URI to unix file path. Path is network path." /
   /// "Cannot convert URI to posix file path. Path has windows style.").

@@ -111,6 +111,9 @@ bool CURISelector::matches(CURI const& uri) const {
       !componentMatches(m_users, uri.getUserNameOptRef()))
     return false;
   if (m_ports.empty() && m_paths.empty()) return true;
+  // A path that converts to a file path outside the one it spells is below
+  // no selected folder.
+  if (!m_paths.empty() && uri.hasUnsafeFilePath()) return false;
   P<IURITraits> traits = uri.getTraits();
   long long port = uri.hasPort() ? uri.getPort() : traits->getDefaultPort();
   return componentMatches(m_ports, port) && pathMatches(uri.getPath(), traits->isPathCaseSensitive(uri));

@@ -7,6 +7,8 @@
 // Paths of the URI are taken with their dot segments removed and compared
 // with or without letter case as the scheme's traits say. A URI without a
 // port matches a port set through its scheme's default port (80 for http).
+// A file URI that no file path names faithfully (CURI::hasUnsafeFilePath)
+// matches no path set.
 //
 //   CURISelector backups = CURISelector().scheme(u"file").path(u"/c:/backups");
 //   backups.matches(CURI(u"file:///C:/Backups/set1/disk.img"));   // true

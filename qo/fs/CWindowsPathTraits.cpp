@@ -1,5 +1,7 @@
 #include "qo/fs/CWindowsPathTraits.h"
 
+#include <cwctype>
+
 #include "qo/core/CBadPathError.h"
 #include "qo/core/CSafeGlobalSlot.h"
 #include "qo/platform/FullPath.h"
@@ -8,9 +10,8 @@ namespace qo {
 
 namespace {
 
-// Drive letters are ASCII on every Windows; iswalpha would make the answer
-// depend on the C library's locale.
-bool isDriveLetter(char16_t c) { return (c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z'); }
+// A drive letter is a letter as iswalpha says.
+bool isDriveLetter(char16_t c) { return std::iswalpha(static_cast<std::wint_t>(c)) != 0; }
 
 // text starts with the four characters of prefix ("\\?\" ...), exactly.
 bool startsWith4(String const& text, char16_t const* prefix) {
@@ -80,7 +81,7 @@ void CWindowsPathTraits::_disposeDefaultFSInvalidCharsString(void* instance) { d
 bool CWindowsPathTraits::isAbsolute(String const& text) {
   std::size_t const n = text.length();
   if (n == 0) return false;
-  if (n >= 2 && isSep(text[0]) && isSep(text[1])) return true;
+  if (n >= 2 && text[0] == u'\\' && text[1] == u'\\') return true;
   if (n < 3) return false;
   if (text[0] == u'\\' && text[1] == u'?' && text[2] == u'?') return true;
   return isDriveLetter(text[0]) && text[1] == u':' && isSep(text[2]);
@@ -170,8 +171,6 @@ int CWindowsPathTraits::getRootLength(String const& text, int* rootEnd) {
   } else if (n >= 2 && isDriveLetter(text[0]) && text[1] == u':') {
     if (n < 3 || !isSep(text[2])) throw CBadPathError(text);
     length = 3;
-  } else if (n >= 1 && isSep(text[0])) {
-    length = 1;  // rooted on the current drive
   }
   if (rootEnd != nullptr) *rootEnd = length;
   return length;
@@ -188,9 +187,8 @@ void CWindowsPathTraits::normalizeSeparators(String& text) {
 void CWindowsPathTraits::normalizeRoot(String& text) {
   std::u16string& s = text.str();
   // A drive in long or device form is the plain drive path; the long prefix
-  // comes back in finalizeNormalizedPath when the length needs it. Without
-  // a separator after the colon it names the volume and stays.
-  if (startsWithLongOrDevicePrefix(text) && s.size() >= 7 && isDriveLetter(s[4]) && s[5] == u':' && s[6] == u'\\') {
+  // comes back in finalizeNormalizedPath when the length needs it.
+  if (startsWithLongOrDevicePrefix(text) && s.size() >= 6 && isDriveLetter(s[4]) && s[5] == u':') {
     s.erase(0, 4);
   }
   if (startsWith4(text, u"\\??\\")) s.replace(0, 4, u"\\\\?\\");

@@ -49,9 +49,10 @@ public:
   /// itself resolves them lexically.
   static bool collapsesDotDotComponents() noexcept { return true; }
 
-  /// True for UNC, long and device paths (two leading separators), the NT
-  /// form "\??", and a letter, a colon and a separator ("C:\", "C:/").
-  /// "C:", "C:x" and "\x" are not absolute. Never throws.
+  /// True for UNC, long and device paths (two leading backslashes), the NT
+  /// form "\??", and a letter (iswalpha), a colon and a separator ("C:\",
+  /// "C:/"). "C:", "C:x", "\x" and "//srv" (slashes) are not absolute.
+  /// Never throws.
   static bool isAbsolute(String const& text);
 
   /// The length of the root of text (-1 when it has none); the same value is
@@ -61,8 +62,8 @@ public:
   /// form takes its separator ("\\?\C:\" is 7); a volume GUID, GLOBALROOT
   /// device ("\\?\GLOBALROOT\Device\<name>") or other device root takes the
   /// separator that follows it, since with it the root names the device's
-  /// root folder and without it the device itself; a leading single
-  /// separator is a root of length 1. Throws CBadPathError ("Invalid path: "
+  /// root folder and without it the device itself; "\x" (rooted on the
+  /// current drive) has no root, -1, like a relative path. Throws CBadPathError ("Invalid path: "
   /// and text) for "C:", "C:x", "\\?\C:x", a UNC path without server, a
   /// bare long or device prefix, "\??" without a separator after it, and "."
   /// or ".." as server, share or device name.
@@ -79,8 +80,9 @@ public:
   /// "\\?\C:\x", "\\.\C:\x" and "\??\C:\x" become "C:\x"; "\??\" becomes
   /// "\\?\"; "\\?\UNC\srv\share" becomes "\\srv\share"; the server name of a
   /// UNC path and the whole text of a remaining device or long form are
-  /// lower-cased. A drive letter keeps its case. A drive in long or device
-  /// form without a separator ("\\.\C:", the volume itself) is kept as is.
+  /// lower-cased. A drive letter keeps its case. A long or device prefix
+  /// before a drive is dropped even without a separator after the colon
+  /// ("\\.\C:" becomes "C:", which TPathImpl then refuses).
   static void normalizeRoot(String& text);
   /// No change: Windows components need no rewriting.
   static void normalizeComponent(String& component);

@@ -189,9 +189,14 @@ public:
   friend bool operator>=(TPathImpl const& a, TPathImpl const& b) { return a.compare(b) >= 0; }
 
 private:
-  int rootLength() const {
-    int const length = Traits::getRootLength(m_text, nullptr);
-    return length > 0 ? length : 0;
+  int rootLength() const { return rootLengthOf(m_text); }
+  // The traits' root length, 0 for none; a text that starts with a
+  // separator but has no root in the traits (Windows "\x", rooted on the
+  // current drive) keeps that separator as its root. Throws CBadPathError.
+  static int rootLengthOf(String const& text) {
+    int const length = Traits::getRootLength(text, nullptr);
+    if (length > 0) return length;
+    return !text.isEmpty() && Traits::isSep(text[0]) ? 1 : 0;
   }
   // The root without a long-path prefix: normalizeRoot maps the long forms
   // that finalizeNormalizedPath adds back to their plain spelling.
@@ -235,16 +240,36 @@ String TPathImpl<Traits>::normalizeText(String const& text) {
   }
   Traits::normalizeRoot(s);
 
-  int rootLength = -1;
+  int rootLength = 0;
   try {
-    rootLength = Traits::getRootLength(s, nullptr);
+    rootLength = rootLengthOf(s);
   } catch (CBadPathError const&) {
     throw CBadPathError(text);  // name the text as given
   }
-  if (rootLength < 0) rootLength = 0;
   char16_t const sep = Traits::getSepChar();
-  std::u16string out(s.str(), 0, static_cast<std::size_t>(rootLength));
-  std::vector<std::size_t> marks;  // out's length before each kept component
+  std::u16string out;
+  out.reserve(s.length());
+  out.assign(s.str(), 0, static_cast<std::size_t>(rootLength));
+  // out's length before each kept component; on the stack for the usual
+  // depths.
+  std::size_t inlineMarks[32];
+  std::vector<std::size_t> moreMarks;
+  std::size_t markCount = 0;
+  auto pushMark = [&](std::size_t mark) {
+    if (markCount < 32) {
+      inlineMarks[markCount] = mark;
+    } else {
+      moreMarks.push_back(mark);
+    }
+    ++markCount;
+  };
+  auto popMark = [&]() -> std::size_t {
+    --markCount;
+    if (markCount < 32) return inlineMarks[markCount];
+    std::size_t mark = moreMarks.back();
+    moreMarks.pop_back();
+    return mark;
+  };
   std::size_t leadingDotDots = 0;  // ".." kept at the start of a relative path
   int from = rootLength;
   int start = -1;
@@ -255,19 +280,22 @@ String TPathImpl<Traits>::normalizeText(String const& text) {
     int const length = end - start;
     if (length == 1 && p[0] == u'.') continue;
     if (length == 2 && p[0] == u'.' && p[1] == u'.' && Traits::collapsesDotDotComponents()) {
-      if (marks.size() > leadingDotDots) {
-        out.resize(marks.back());
-        marks.pop_back();
+      if (markCount > leadingDotDots) {
+        out.resize(popMark());
         continue;
       }
       if (rootLength > 0) continue;  // nothing is above a root
       ++leadingDotDots;
     }
-    String component(p, static_cast<std::size_t>(length));
-    Traits::normalizeComponent(component);
-    marks.push_back(out.size());
+    pushMark(out.size());
     if (!out.empty() && !Traits::isSep(out.back())) out += sep;
-    out += component.str();
+    if (Traits::rewritesComponents()) {
+      String component(p, static_cast<std::size_t>(length));
+      Traits::normalizeComponent(component);
+      out += component.str();
+    } else {
+      out.append(p, static_cast<std::size_t>(length));
+    }
   }
   if (out.empty()) return String(u".");
 
@@ -275,13 +303,13 @@ String TPathImpl<Traits>::normalizeText(String const& text) {
   // The first components must not join the root when the text is parsed
   // again: "a\..\C:\x" would become the drive path "C:\x", "\x\..\??\y" the
   // NT form "\??\y".
-  int reparsedRootLength = -1;
+  int reparsedRootLength = 0;
   try {
-    reparsedRootLength = Traits::getRootLength(result, nullptr);
+    reparsedRootLength = rootLengthOf(result);
   } catch (CBadPathError const&) {
     throw CBadPathError(text);
   }
-  if ((reparsedRootLength > 0 ? reparsedRootLength : 0) != rootLength) throw CBadPathError(text);
+  if (reparsedRootLength != rootLength) throw CBadPathError(text);
   Traits::finalizeNormalizedPath(result);
   return result;
 }

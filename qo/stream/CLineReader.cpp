@@ -58,7 +58,9 @@ bool CLineReader::nextLine() {
     }
     m_bytes += c;
   }
-  m_line = String::fromUTF8(m_bytes);
+  // Lines come from files of any origin: a line that is not UTF-8 is
+  // Latin-1 rather than an error that would end the read.
+  m_line = String::wstringFromUTF8WithLatin1Fallback(m_bytes);
   return true;
 }
 

@@ -5,7 +5,8 @@
 // while LF CR, CR CR and LF LF each make an empty line between them. The
 // terminator is not part of the line. A last line without a terminator is
 // delivered too; an empty stream, or one whose last byte ends a line, has no
-// further line. Lines are decoded as strict UTF-8.
+// further line. A line is decoded as UTF-8, or as Latin-1 when it is not
+// valid UTF-8 (so one line of another encoding never stops the read).
 // The reader takes bytes from the stream in blocks (what readAvailable
 // gives, at least one byte), so the stream's position runs ahead of the
 // lines delivered; getLineEndPosition() gives the stream position of the
@@ -39,8 +40,7 @@ public:
   CLineReader& operator=(CLineReader const&) = delete;
 
   /// Moves to the next line; false at the end of the stream. Throws what
-  /// the stream throws, and CParseError when the line is not valid UTF-8
-  /// (the reader has moved past that line then).
+  /// the stream throws.
   bool nextLine();
   /// The current line, without its terminator ("" before the first line).
   String const& getLine() const noexcept { return m_line; }

@@ -31,13 +31,6 @@ CURISelector loadFromBytes(P<Bytes> const& bytes) {
 
 }  // namespace
 
-TEST(CURISelectorTest, EmptySelectorMatchesEverything) {
-  for (char16_t const* text : {u"", u"x:y", u"http://u@h:1/p?q#f", u"file:///c:/x"}) {
-    SCOPED_TRACE(String(text).toUTF8());
-    EXPECT_TRUE(CURISelector().matches(CURI(text)));
-  }
-}
-
 TEST(CURISelectorTest, MatchesEachComponent) {
   CURISelector selector =
       CURISelector().scheme(u"HTTP").scheme(u"https").host(u"Example.com").host(u"[FE80::1]").port(80).port(8080);
@@ -56,6 +49,8 @@ TEST(CURISelectorTest, MatchesEachComponent) {
   EXPECT_TRUE(users.matches(CURI(u"smb://backup@nas/s")));
   EXPECT_FALSE(users.matches(CURI(u"smb://Backup@nas/s")));
   EXPECT_FALSE(users.matches(CURI(u"smb://nas/s")));
+  for (char16_t const* text : {u"", u"x:y", u"http://u@h:1/p?q#f", u"file:///c:/x"})
+    EXPECT_TRUE(CURISelector().matches(CURI(text))) << String(text).toUTF8();  // the empty selector
   EXPECT_TRUE(CURISelector().port(21).matches(CURI(u"ftp://h/")));
   EXPECT_FALSE(CURISelector().port(21).matches(CURI(u"unknown://h/")));
 }

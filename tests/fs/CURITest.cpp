@@ -12,6 +12,7 @@
 #include "qo/core/CInvalidArgError.h"
 #include "qo/core/CURIIncompatibleError.h"
 #include "qo/core/CURIMalformedError.h"
+#include "qo/fs/CURISelector.h"
 #include "qo/fs/CUnixPathTraits.h"
 #include "qo/fs/CWindowsPathTraits.h"
 #include "qo/fs/TPathImpl.h"
@@ -500,19 +501,55 @@ TEST(CURITest, TellsEmptinessAndAbsoluteness) {
   EXPECT_FALSE(CURI(u"x:a").isAbsolute());
 }
 
-TEST(CURITest, ChecksParentOrEqual) {
-  struct Case { char16_t const* parent; char16_t const* child; bool expected; };
+// Containment, for URIs and for a selector on the parent's path. A URI that
+// escapes a separator or a dot segment must not pass a containment check
+// and then convert to a path outside the folder: the conversion refuses it
+// and containment says "outside".
+TEST(CURITest, ChecksParentOrEqualAsTheConvertedPathsDo) {
+  struct Case { char16_t const* parent; char16_t const* child; bool inside; char16_t const* path; };
+  // path: the converted child ("" = refused, nullptr = not checked);
+  // Windows when the parent is.
   Case const cases[] = {
-      {u"file:///c:/data", u"file:///c:/data/x", true}, {u"file:///c:/data/", u"file:///c:/data", true},
-      {u"file:///c:/data", u"file:///C:/DATA/x", true},  // Windows paths ignore case
-      {u"file:///home/a", u"file:///home/A/x", false},  // POSIX paths do not
-      {u"file:///c:/data", u"file:///c:/database", false}, {u"file:///c:/data", u"file:///c:/data/../x", false},
-      {u"file:///c:/data", u"file://srv/c:/data/x", false}, {u"http://h/a", u"http://h:81/a", false},
-      {u"http://h/", u"http://h/anything", true}, {u"http://h/a/b", u"http://h/a", false},
+      {u"file:///c:/data", u"file:///c:/data/x", true, u"c:\\data\\x"},
+      {u"file:///c:/data/", u"file:///c:/data", true, u"c:\\data"},
+      {u"file:///c:/data", u"file:///C:/DATA/x", true, u"C:\\DATA\\x"},  // Windows paths ignore case
+      {u"file:///home/a", u"file:///home/A/x", false, nullptr},  // POSIX paths do not
+      {u"file:///c:/data", u"file:///c:/database", false, nullptr},
+      {u"file:///c:/data", u"file:///c:/data/../x", false, u"c:\\x"},
+      {u"file:///c:/data", u"file://srv/c:/data/x", false, nullptr}, {u"http://h/a", u"http://h:81/a", false, nullptr},
+      {u"http://h/", u"http://h/anything", true, nullptr}, {u"http://h/a/b", u"http://h/a", false, nullptr},
+      {u"file:///C:/safe/", u"file:///C:/safe/a%5C..%5C..%5CWindows", false, u""},
+      {u"file:///C:/safe/", u"file:///C:/safe/a%5c..%5c..%5cWindows", false, u""},
+      {u"file:///C:/safe/", u"file:///C:/safe/%5C..%5CWindows", false, u""},
+      {u"file:///C:/safe/", u"file:///C:/safe/a%2F..%2F..%2FWindows", false, u"C:\\Windows"},
+      {u"file:///C:/safe/", u"file:///C:/safe/%2E%2E/Windows", false, u"C:\\Windows"},
+      {u"file:///C:/safe/", u"file:///C:/safe/x/%2e%2E/%2E/y", true, u"C:\\safe\\y"},
+      {u"file:///C:/safe/", u"file:///C:/safe/.%2E%2E/y", false, u""},
+      {u"file:///C:/safe/", u"file:///C:/safe/..%20/y", false, u""},
+      {u"file:///C:/safe/", u"file:///C:/../D:/safe/x", false, u"D:\\safe\\x"},
+      {u"file://srv/share/", u"file://srv/share/..%5Cother", false, u""},
+      {u"file://srv/share/", u"file://srv/share/../other/x", false, u"\\\\srv\\other\\x"},
+      {u"file://srv%5Cx/", u"file://srv%5Cx/y", false, u""},
+      {u"file:///srv/", u"file:///srv/a%5C..%5C..%5Cetc", true, u"/srv/a\\..\\..\\etc"},
+      {u"file:///srv/", u"file:///srv/a%2F..%2F..%2Fetc", false, u"/etc"},
+      {u"file:///srv/", u"file:///srv/%2e%2e/etc", false, u"/etc"},
+      {u"file:///srv/", u"file:///srv/x%00/../y", true, u"/srv/y"}, {u"file:///srv/", u"file:///srv/x%00", false, u""},
   };
   for (Case const& c : cases) {
     SCOPED_TRACE(show(c.child));
-    EXPECT_EQ(CURI(c.parent).isParentOfOrEqual(CURI(c.child)), c.expected);
+    CURI parent(c.parent), child(c.child);
+    EXPECT_EQ(parent.isParentOfOrEqual(child), c.inside);
+    if (parent.getScheme() == u"file") EXPECT_EQ(CURISelector::fromURI(parent, true).matches(child), c.inside);
+    if (c.path == nullptr) continue;
+    bool const windows = parent.getPath().Contains(u":") || !parent.getHost().isEmpty();
+    try {
+      String path = windows ? child.toWindowsFilePath().toString() : child.toUnixFilePath().toString();
+      EXPECT_EQ(path, String(c.path));
+    } catch (CURIIncompatibleError const& e) {
+      EXPECT_EQ(String(c.path), String()) << e.getMessage();
+      EXPECT_TRUE(e.getMessage().StartsWith(windows ? u"Cannot convert URI to windows file path. "
+                                                    : u"Cannot convert URI to unix file path. "));
+    }
   }
 }
 

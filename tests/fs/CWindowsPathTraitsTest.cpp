@@ -40,7 +40,7 @@ TEST(CWindowsPathTraitsTest, InvalidCharsHoldControlsWithoutTabThenPunctuationTh
 TEST(CWindowsPathTraitsTest, IsAbsolute) {
   struct Case { char16_t const* text; bool absolute; } const cases[] = {
       {u"", false}, {u"C:\\", true}, {u"C:/x", true}, {u"z:\\a", true}, {u"C:", false}, {u"C:foo", false},
-      {u"\\\\server\\share\\x", true}, {u"//server/share", true}, {u"\\\\", true}, {u"\\\\?\\C:\\x", true},
+      {u"\\\\server\\share\\x", true}, {u"//server/share", false}, {u"\\\\", true}, {u"\\\\?\\C:\\x", true},
       {u"\\\\.\\PhysicalDrive0", true}, {u"\\??\\C:\\x", true}, {u"\\??", true}, {u"\\x", false}, {u"x", false},
       {u"1:\\x", false}, {u"..\\x", false},
   };
@@ -59,7 +59,7 @@ TEST(CWindowsPathTraitsTest, RootLengthOfEachRootForm) {
       {u"\\\\?\\Volume{01234567-89ab-cdef-0123-456789abcdef}", 48},
       {u"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy1\\Windows", 48},
       {u"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy1", 47}, {u"\\\\.\\PhysicalDrive0", 18},
-      {u"\\\\.\\pipe\\name", 9}, {u"\\x\\y", 1}, {u"x\\y", -1}, {u"", -1}, {u"..", -1},
+      {u"\\\\.\\pipe\\name", 9}, {u"\\x\\y", -1}, {u"x\\y", -1}, {u"", -1}, {u"..", -1},
   };
   for (Case const& c : cases) {
     SCOPED_TRACE(String(c.text));
@@ -121,7 +121,7 @@ TEST(CWindowsPathTraitsTest, NormalizeSeparatorsRootAndComponent) {
       {u"\\\\A", u"\\\\A"},  // three characters: left alone
       {u"\\\\?\\Volume{AB-CD}\\Dir\\File", u"\\\\?\\volume{ab-cd}\\dir\\file"},
       {u"\\\\.\\PhysicalDrive0", u"\\\\.\\physicaldrive0"},
-      {u"\\\\?\\C:", u"\\\\?\\c:"},  // the volume itself stays a device path
+      {u"\\\\?\\C:", u"C:"}, {u"\\\\.\\c:", u"c:"},  // any drive form loses the prefix
       {u"C:\\Dir", u"C:\\Dir"}, {u"c:\\Dir", u"c:\\Dir"}, {u"rel\\Dir", u"rel\\Dir"},
   };
   for (Case const& c : cases) {
