@@ -1,5 +1,6 @@
 #include "qo/ipc/CIPCConnection.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "qo/core/CIOError.h"
@@ -218,30 +219,45 @@ void CIPCConnection::checkOpen(char const* function) const {
   if (m_closed.load()) throw makeStreamError(CIOError::kStreamClosed, function, String(), CProps(), m_uri);
 }
 
-int CIPCConnection::receive(void* buffer, int size, int timeoutMs, char const* function) const {
-  checkOpen(function);
-  if (size <= 0) return 0;
-  auto* out = static_cast<unsigned char*>(buffer);
-  if (m_peeked >= 0) {
-    out[0] = static_cast<unsigned char>(m_peeked);
-    m_peeked = -1;
-    ++m_position;
-    return 1;
-  }
-  if (m_peerEnded) return 0;
+namespace {
+constexpr int kReadBufferSize = 64 * 1024;
+}
+
+int CIPCConnection::receiveRaw(void* buffer, int size, int timeoutMs, char const* function) const {
   int got = 0;
   char const* api = nullptr;
   if (platform::SysError e = platform::ipcRead(m_channel, buffer, size, timeoutMs, got, api)) {
     throw makeStreamError(CIOError::kReadFailed, function, String(), sysProps(e, api), m_uri);
   }
-  if (got == platform::kIPCCancelled) checkOpen(function);
   if (got == platform::kIPCCancelled) {
     throw makeStreamError(CIOError::kStreamClosed, function, String(), CProps(), m_uri);
   }
   if (got == platform::kIPCTimedOut) return -1;
   if (got == 0) m_peerEnded = true;
-  m_position += got;
   return got;
+}
+
+int CIPCConnection::receive(void* buffer, int size, int timeoutMs, char const* function) const {
+  checkOpen(function);
+  if (size <= 0) return 0;
+  if (m_readStart == m_readEnd) {
+    if (m_peerEnded) return 0;
+    if (size >= kReadBufferSize) {
+      int const got = receiveRaw(buffer, size, timeoutMs, function);
+      if (got > 0) m_position += got;
+      return got;
+    }
+    if (m_readBuffer.empty()) m_readBuffer.resize(kReadBufferSize);
+    int const got = receiveRaw(m_readBuffer.data(), kReadBufferSize, timeoutMs, function);
+    if (got <= 0) return got;
+    m_readStart = 0;
+    m_readEnd = got;
+  }
+  int const n = std::min(size, m_readEnd - m_readStart);
+  std::memcpy(buffer, m_readBuffer.data() + m_readStart, static_cast<size_t>(n));
+  m_readStart += n;
+  m_position += n;
+  return n;
 }
 
 void CIPCConnection::read(void* buffer, int size) {
@@ -283,14 +299,12 @@ int CIPCConnection::readAvailable(void* buffer, int size) {
 
 bool CIPCConnection::waitReadable(int timeoutMs) const {
   checkOpen("CIPCConnection::waitReadable");
-  if (m_peeked >= 0 || m_peerEnded) return true;
-  unsigned char byte = 0;
-  int const got = receive(&byte, 1, timeoutMs, "CIPCConnection::waitReadable");
+  if (m_readStart < m_readEnd || m_peerEnded) return true;
+  if (m_readBuffer.empty()) m_readBuffer.resize(kReadBufferSize);
+  int const got = receiveRaw(m_readBuffer.data(), kReadBufferSize, timeoutMs, "CIPCConnection::waitReadable");
   if (got < 0) return false;
-  if (got == 1) {
-    m_peeked = byte;
-    --m_position;
-  }
+  m_readStart = 0;
+  m_readEnd = got;
   return true;
 }
 
@@ -300,13 +314,13 @@ bool CIPCConnection::isEndOfStream() const {
     throw makeStreamError(CIOError::kReadFailed, "CIPCConnection::isEndOfStream", u"Timed out waiting for data.",
                           CProps().addLong(u"timeoutMs", m_readTimeoutMs), m_uri);
   }
-  return m_peeked < 0 && m_peerEnded;
+  return m_readStart == m_readEnd && m_peerEnded;
 }
 
 int CIPCConnection::isEndOfStream_NonBlocking() const {
   checkOpen("CIPCConnection::isEndOfStream_NonBlocking");
   if (!waitReadable(0)) return -1;
-  return m_peeked < 0 && m_peerEnded ? 1 : 0;
+  return m_readStart == m_readEnd && m_peerEnded ? 1 : 0;
 }
 
 void CIPCConnection::write(void const* data, int size, IWriteBarrier*) {

@@ -157,6 +157,8 @@ private:
   // Reads into buffer waiting up to timeoutMs: bytes read, 0 at the end, -1
   // on a time-out. Throws for closed and failed reads.
   int receive(void* buffer, int size, int timeoutMs, char const* function) const;
+  // One read from the channel into buffer, as receive().
+  int receiveRaw(void* buffer, int size, int timeoutMs, char const* function) const;
   void checkOpen(char const* function) const;
 
   platform::IPCChannel* m_channel;
@@ -166,8 +168,12 @@ private:
   long long m_peerProcessId = -1;
   long long m_peerUserId = -1;
   mutable long long m_position = 0;
-  // One byte a peek (waitReadable, isEndOfStream) took ahead of the reader.
-  mutable int m_peeked = -1;
+  // Small reads take what has arrived into this buffer, so a frame's count
+  // and payload cost one system call, and peeks (waitReadable) keep what
+  // they saw. Reads of a whole buffer or more bypass it.
+  mutable std::vector<unsigned char> m_readBuffer;
+  mutable int m_readStart = 0;
+  mutable int m_readEnd = 0;
   mutable bool m_peerEnded = false;
   std::atomic<bool> m_closed{false};
 };

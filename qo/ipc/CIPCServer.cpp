@@ -152,10 +152,11 @@ void CIPCServer::serve(P<CIPCConnection> const& connection, bool overLimit) {
       refusal = u"user not admitted";
     }
     if (!connection->answerHello(m_protocolVersion, m_helloTimeoutMs, refusal)) return;
-    std::vector<unsigned char> answer;
+    // Kept across requests: a vector of the same size is not filled again.
+    std::vector<unsigned char> request, answer;
     for (;;) {
-      if (connection->isEndOfStream()) return;  // the client ended cleanly
-      std::vector<unsigned char> request = connection->readFrame(m_maxFrameSize);
+      if (connection->isEndOfStream()) break;  // the client ended cleanly
+      CIPCConnection::readFrameFrom(*connection, m_maxFrameSize, request);
       answer.assign(1, static_cast<unsigned char>(CIPCConnection::AnswerOK));
       if (m_gate && !m_gate->enter(m_gateWaitMs)) {
         answer[0] = static_cast<unsigned char>(CIPCConnection::AnswerBusy);

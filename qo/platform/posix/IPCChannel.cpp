@@ -350,9 +350,24 @@ static int waitChannel(IPCChannel* c, short events, int timeoutMs) {
   }
 }
 
+// Without a time limit the calls simply block: ipcCancel shuts the socket
+// down, which ends them, and the flag tells that apart from the peer's end.
+// With one, the call is tried first and waited for only when it would
+// block, so data that has arrived costs one system call.
 SysError ipcRead(IPCChannel* c, void* buffer, int size, int timeoutMs, int& got, char const*& api) {
   got = 0;
   for (;;) {
+    if (c->cancelled.load()) {
+      got = kIPCCancelled;
+      return SysError{};
+    }
+    ssize_t const n = recv(c->fd, buffer, static_cast<size_t>(size), timeoutMs < 0 ? 0 : MSG_DONTWAIT);
+    if (n >= 0 || (errno == EPIPE && c->cancelled.load())) {
+      got = n > 0 ? static_cast<int>(n) : c->cancelled.load() ? kIPCCancelled : 0;
+      return SysError{};
+    }
+    if (errno == ECONNRESET) return SysError{};  // the peer went away: the end of its data
+    if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) return fail("recv", api);
     int const w = waitChannel(c, POLLIN, timeoutMs);
     if (w == -3) return fail("poll", api);
     if (w == 0) {
@@ -363,14 +378,6 @@ SysError ipcRead(IPCChannel* c, void* buffer, int size, int timeoutMs, int& got,
       got = kIPCCancelled;
       return SysError{};
     }
-    ssize_t const n = recv(c->fd, buffer, static_cast<size_t>(size), MSG_DONTWAIT);
-    if (n >= 0) {
-      got = static_cast<int>(n);
-      return SysError{};
-    }
-    if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR) continue;
-    if (errno == ECONNRESET) return SysError{};  // the peer went away: end of its data
-    return fail("recv", api);
   }
 }
 
@@ -378,25 +385,34 @@ SysError ipcWrite(IPCChannel* c, void const* data, int size, bool& cancelled, ch
   cancelled = false;
   auto const* p = static_cast<char const*>(data);
   while (size > 0) {
+    if (c->cancelled.load()) {
+      cancelled = true;
+      return SysError{};
+    }
+    ssize_t const n = send(c->fd, p, static_cast<size_t>(size), MSG_NOSIGNAL);
+    if (n >= 0) {
+      p += n;
+      size -= static_cast<int>(n);
+      continue;
+    }
+    if (c->cancelled.load()) {
+      cancelled = true;
+      return SysError{};
+    }
+    if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) return fail("send", api);
     int const w = waitChannel(c, POLLOUT, -1);
     if (w == -3) return fail("poll", api);
     if (w == kIPCCancelled) {
       cancelled = true;
       return SysError{};
     }
-    ssize_t const n = send(c->fd, p, static_cast<size_t>(size), MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (n < 0) {
-      if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR) continue;
-      return fail("send", api);
-    }
-    p += n;
-    size -= static_cast<int>(n);
   }
   return SysError{};
 }
 
 void ipcCancel(IPCChannel* c) {
   c->cancelled.store(true);
+  shutdown(c->fd, SHUT_RDWR);  // ends blocking calls
   c->wake.wake();
 }
 
