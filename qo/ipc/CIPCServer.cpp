@@ -151,7 +151,10 @@ void CIPCServer::serve(P<CIPCConnection> const& connection, bool overLimit) {
     } else if (!m_admitAllUsers && !platform::ipcUserAdmitted(connection->getPeerUserId())) {
       refusal = u"user not admitted";
     }
-    if (!connection->answerHello(m_protocolVersion, m_helloTimeoutMs, refusal)) return;
+    if (!connection->answerHello(m_protocolVersion, m_helloTimeoutMs, refusal)) {
+      connection->close();
+      return;
+    }
     // Kept across requests: a vector of the same size is not filled again.
     std::vector<unsigned char> request, answer;
     for (;;) {

@@ -9,7 +9,9 @@
 // connection only. Over the connection limit, from a user not admitted (by
 // default only this process's user and the administrator are), or with
 // another protocol version a client is refused in the hello with a clear
-// error. stop() ends the accept and every blocked read and joins the threads;
+// error. Over TCP the peer's user is unknown: every client that reaches the
+// port is admitted, so listen on a loopback address or check in the handler.
+// stop() ends the accept and every blocked read and joins the threads;
 // they are CThreads, so the library's shutdown waits for them too.
 //
 // A server and a client in a few lines:
