@@ -75,7 +75,10 @@ public:
   /// Not thread-safe.
   void setHelloTimeout(int timeoutMs);
   /// Admit every user the transport lets in, not only this process's user
-  /// and the administrator. Not thread-safe.
+  /// and the administrator. The transport still decides first: a named
+  /// endpoint lives in a folder (POSIX) or behind an access list (Windows)
+  /// that only the user, SYSTEM and the administrators pass, so this matters
+  /// for a full socket path in a shared folder. Not thread-safe.
   void setAdmitAllUsers(bool admitAll);
   /// Every request enters gate first, waiting up to waitMs while it is
   /// under pressure; after that the client gets a "busy" answer. Null:

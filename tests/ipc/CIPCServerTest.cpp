@@ -82,6 +82,28 @@ TEST(CIPCServer, AnswersRequestsOfAnotherProcessUntilItIsKilledMidAnswer) {
   }
   int const status = child.wait();
   EXPECT_TRUE(status == -1 || status == 9) << status;  // killed (POSIX signal / Windows exit code)
+  // The dead server's endpoint is free again.
+  P<CIPCServer> next = newP<CIPCServer>(newP<CPlusOneHandler>());
+  next->listen(String::fromUTF8(name));
+  EXPECT_EQ(CIPCConnection::connect(String::fromUTF8(name), 5000)->call(pattern(2)), plusOne(pattern(2)));
+  next->stop();
+}
+
+TEST(CIPCServer, ANameServedAlreadyCannotBeTaken) {
+  std::string const name = ipctest::uniqueName("taken");
+  P<CIPCServer> first = newP<CIPCServer>(newP<CPlusOneHandler>());
+  first->listen(String::fromUTF8(name));
+  P<CIPCServer> second = newP<CIPCServer>(newP<CPlusOneHandler>());
+  try {
+    second->listen(String::fromUTF8(name));
+    FAIL() << "the name is served";
+  } catch (CSocketError const& e) {
+    EXPECT_EQ(e.getMessage(), u"Error listening on IPC endpoint.");
+    EXPECT_EQ(e.getParams().lookup(u"name"), String::fromUTF8(name));
+    EXPECT_FALSE(e.getParams().lookup(u"api").isEmpty());
+  }
+  EXPECT_EQ(CIPCConnection::connect(String::fromUTF8(name), 5000)->call(pattern(9)), plusOne(pattern(9)));
+  first->stop();
 }
 
 TEST(CIPCServer, ClientKilledMidFrameEndsOnlyItsConnection) {
