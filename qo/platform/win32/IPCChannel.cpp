@@ -141,8 +141,14 @@ static void freeListenerParts(IPCListener* l) {
 SysError ipcListenLocal(std::string const& name, IPCListener*& listener, char const*& api) {
   listener = nullptr;
   if (!validLocalName(name)) return failCode(ERROR_INVALID_NAME, "CreateNamedPipeW", api);
+  std::wstring const path = pipePath(name);
+  // FILE_FLAG_FIRST_PIPE_INSTANCE below refuses a name served already; not
+  // every implementation of the call enforces it, so look first as well.
+  if (WaitNamedPipeW(path.c_str(), 1) || GetLastError() != ERROR_FILE_NOT_FOUND) {
+    return failCode(ERROR_ACCESS_DENIED, "CreateNamedPipeW", api);
+  }
   auto* l = new IPCListener;
-  l->path = pipePath(name);
+  l->path = path;
   if (!makeSecurityDescriptor(l->sd)) {
     SysError e = fail("ConvertStringSecurityDescriptorToSecurityDescriptorW", api);
     freeListenerParts(l);
