@@ -1,5 +1,6 @@
 #include "qo/ipc/CIPCServer.h"
 
+#include <cstring>
 #include <exception>
 
 #include "qo/core/CBadStateError.h"
@@ -172,6 +173,9 @@ void CIPCServer::serve(P<CIPCConnection> const& connection, bool overLimit) {
           answer[0] = static_cast<unsigned char>(CIPCConnection::AnswerFailed);
           std::string const text = e.getMessage().toUTF8Lossy();
           answer.insert(answer.end(), text.begin(), text.end());
+        } catch (std::exception const& e) {
+          answer[0] = static_cast<unsigned char>(CIPCConnection::AnswerFailed);
+          answer.insert(answer.end(), e.what(), e.what() + std::strlen(e.what()));
         }
         if (m_gate) m_gate->leave();
       }

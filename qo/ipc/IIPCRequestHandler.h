@@ -23,8 +23,9 @@ class QO_API IIPCRequestHandler : public virtual IBase {
 public:
   ~IIPCRequestHandler() override;
   /// Fills answer (empty on entry) for request, which came on connection.
-  /// A CError thrown here is sent to the client as a failed answer with its
-  /// text; the connection stays open. Thread-safe.
+  /// A CError (or std::exception) thrown here is sent to the client as a
+  /// failed answer with its message; the connection stays open.
+  /// Thread-safe.
   virtual void handleRequest(CIPCConnection& connection, std::vector<unsigned char> const& request,
                              std::vector<unsigned char>& answer) = 0;
 };

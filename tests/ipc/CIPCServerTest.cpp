@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <stdexcept>
 
 #include "IPCTestSupport.h"
 #include "qo/core/CIOError.h"
@@ -185,6 +186,41 @@ TEST(CIPCServer, RefusesVersionMismatchAndClientsOverTheLimit) {
     EXPECT_EQ(e.getMessage(), u"The IPC server refused the connection.");
     EXPECT_EQ(e.getParams().lookup(u"reason"), u"too many connections");
   }
+  server->stop();
+}
+
+class CFailingHandler : public CPlusOneHandler {
+public:
+  void handleRequest(CIPCConnection& c, std::vector<unsigned char> const& request,
+                     std::vector<unsigned char>& answer) override {
+    if (request.size() == 1 && request[0] == 'c') throw CIOError(CIOError::kWriteFailed, u"Disk full.");
+    if (request.size() == 1 && request[0] == 's') throw std::runtime_error("bad request");
+    CPlusOneHandler::handleRequest(c, request, answer);
+  }
+};
+
+TEST(CIPCServer, AFailingRequestIsAnsweredAndTheConnectionGoesOn) {
+  std::string const name = ipctest::uniqueName("fail");
+  P<CIPCServer> server = newP<CIPCServer>(newP<CFailingHandler>());
+  server->listen(String::fromUTF8(name));
+  P<CIPCConnection> c = CIPCConnection::connect(String::fromUTF8(name), 5000);
+  struct Case {
+    unsigned char request;
+    char16_t const* remote;
+  };
+  for (Case const& k : {Case{'c', u"Disk full."}, Case{'s', u"bad request"}}) {
+    SCOPED_TRACE(k.request);
+    try {
+      (void)c->call({k.request});
+      FAIL() << "the handler failed";
+    } catch (CIOError const& e) {
+      EXPECT_EQ(e.getErrorCode(), CIOError::kReadFailed);
+      EXPECT_EQ(e.getMessage(), u"The IPC server failed the request.");
+      EXPECT_EQ(e.getParams().lookup(u"remoteError"), String(k.remote));
+    }
+    EXPECT_EQ(c->call(pattern(8)), plusOne(pattern(8)));
+  }
+  EXPECT_EQ(server->getFailedConnectionCount(), 0);
   server->stop();
 }
 
