@@ -29,7 +29,7 @@ struct IPCSemaphore;
 /// A process-shared counting semaphore. Thread-safe.
 class QO_API CIPCSemaphore : public CBase, public ISemaphore {
 public:
-  /// Opens the semaphore name (letters, digits, '.', '-', '_'), creating it
+  /// Opens the semaphore name (up to 80 bytes, no '/' or '\'), creating it
   /// with count units (1 .. 1024) when nobody has it yet. Throws
   /// CSystemError "Error opening IPC semaphore." (function
   /// "CIPCSemaphore", properties "api", "name") when the OS refuses or the

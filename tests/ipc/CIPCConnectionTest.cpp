@@ -86,6 +86,15 @@ TEST(CIPCConnection, ConnectToANameNobodyServesFailsAfterTheTimeout) {
   }
 }
 
+TEST(CIPCConnection, NamesThatCouldLeaveTheFolderAreRefused) {
+  for (char16_t const* name : {u"", u"..", u"a/b", u"a\\b", u"caf\u00e9", u"a b"}) {
+    SCOPED_TRACE(String(name).toUTF8());
+    EXPECT_THROW((void)CIPCConnection::connect(name, 0), CSocketError);
+    P<CIPCServer> server = newP<CIPCServer>(newP<CPlusOneHandler>());
+    EXPECT_THROW(server->listen(name), CSocketError);
+  }
+}
+
 TEST(CIPCConnection, CloseFromAnotherThreadEndsABlockedRead) {
   std::string const name = ipctest::uniqueName("close");
   P<CIPCServer> server = newP<CIPCServer>(newP<CPlusOneHandler>());

@@ -57,8 +57,15 @@ int remainingMs(int timeoutMs, Clock::time_point start) {
   return spent >= timeoutMs ? 0 : static_cast<int>(timeoutMs - spent);
 }
 
+// Letters, digits, '.', '-' and '_': nothing that could leave the folder.
 bool validLocalName(std::string const& name) {
-  return !name.empty() && name.size() < 80 && name.find('/') == std::string::npos && name != "." && name != "..";
+  if (name.empty() || name.size() > 80 || name == "." || name == "..") return false;
+  for (char c : name) {
+    bool const ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
+                    c == '-' || c == '_';
+    if (!ok) return false;
+  }
+  return true;
 }
 
 }  // namespace

@@ -35,8 +35,15 @@ SysError failCode(DWORD code, char const* call, char const*& api) {
 
 SysError failWSA(char const* call, char const*& api) { return failCode(static_cast<DWORD>(WSAGetLastError()), call, api); }
 
+// Letters, digits, '.', '-' and '_': nothing that could leave the folder.
 bool validLocalName(std::string const& name) {
-  return !name.empty() && name.size() < 200 && name.find_first_of("/\\") == std::string::npos;
+  if (name.empty() || name.size() > 80 || name == "." || name == "..") return false;
+  for (char c : name) {
+    bool const ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
+                    c == '-' || c == '_';
+    if (!ok) return false;
+  }
+  return true;
 }
 
 std::wstring pipePath(std::string const& name) { return L"\\\\.\\pipe\\qo.ipc." + win32text::widen(name.c_str()); }
