@@ -103,7 +103,7 @@ P<CIPCConnection> CIPCConnection::helloAsClient(P<CIPCConnection> c, int protoco
   return c;
 }
 
-bool CIPCConnection::answerHello(int protocolVersion, int timeoutMs, String const& refusal) {
+bool CIPCConnection::readHello(int protocolVersion, int timeoutMs) {
   unsigned char hello[kHelloSize];
   int const saved = m_readTimeoutMs;
   m_readTimeoutMs = timeoutMs;
@@ -115,12 +115,16 @@ bool CIPCConnection::answerHello(int protocolVersion, int timeoutMs, String cons
   }
   m_readTimeoutMs = saved;
   if (std::memcmp(hello, kMagic, 4) != 0) {
-    throw makeStreamError(CIOError::kCorruptData, "CIPCConnection::answerHello",
+    throw makeStreamError(CIOError::kCorruptData, "CIPCConnection::readHello",
                           u"The peer does not speak the IPC protocol.", CProps(), m_uri);
   }
-  int const wire = getInt32(hello + 4);
+  m_peerWireVersion = getInt32(hello + 4);
   m_peerVersion = getInt32(hello + 8);
-  bool const versionsMatch = wire == kWireVersion && m_peerVersion == protocolVersion;
+  return m_peerWireVersion == kWireVersion && m_peerVersion == protocolVersion;
+}
+
+bool CIPCConnection::answerHello(int protocolVersion, String const& refusal) {
+  bool const versionsMatch = m_peerWireVersion == kWireVersion && m_peerVersion == protocolVersion;
   std::string const reason = versionsMatch ? refusal.toUTF8() : std::string("version mismatch");
   std::vector<unsigned char> answer(kHelloSize + 5 + reason.size());
   std::memcpy(answer.data(), kMagic, 4);

@@ -105,10 +105,15 @@ public:
   static void readFrameFrom(IInStream& in, int maxSize, std::vector<unsigned char>& frame);
 
   // --- server side of the hello (used by CIPCServer) ----------------------
-  /// Reads the client's hello within timeoutMs and answers it: refused with
-  /// reason (non-empty) or by a version mismatch, else accepted. True when
-  /// accepted. Throws CIOError for a missing or garbled hello.
-  bool answerHello(int protocolVersion, int timeoutMs, String const& refusal);
+  /// Reads the client's hello within timeoutMs. True when it asks for
+  /// protocolVersion (and this frame protocol); getPeerVersion() tells what
+  /// it asked for. Throws CIOError for a missing or garbled hello. Not
+  /// thread-safe.
+  bool readHello(int protocolVersion, int timeoutMs);
+  /// Answers the hello: accepted when refusal is empty and the versions
+  /// match (true), else refused with refusal or "version mismatch". Throws
+  /// as write(). Not thread-safe.
+  bool answerHello(int protocolVersion, String const& refusal);
 
   // --- IStreamBase ---------------------------------------------------------
   /// -1: a connection has no length.
@@ -165,6 +170,7 @@ private:
   CURI m_uri;
   int m_readTimeoutMs = -1;
   int m_peerVersion = 0;
+  int m_peerWireVersion = 0;
   long long m_peerProcessId = -1;
   long long m_peerUserId = -1;
   mutable long long m_position = 0;

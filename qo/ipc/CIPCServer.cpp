@@ -31,8 +31,8 @@ private:
 
 class CIPCServer::CConnectionThread : public CThread {
 public:
-  CConnectionThread(CIPCServer* server, P<CIPCConnection> connection, bool overLimit)
-      : m_server(server), m_connection(std::move(connection)), m_overLimit(overLimit) {
+  CConnectionThread(CIPCServer* server, P<CIPCConnection> connection)
+      : m_server(server), m_connection(std::move(connection)) {
     setThreadName(u"qo.ipc.conn");
   }
   void signalStop() override {
@@ -41,12 +41,11 @@ public:
   }
 
 protected:
-  void runImpl() override { m_server->serve(m_connection, m_overLimit); }
+  void runImpl() override { m_server->serve(m_connection); }
 
 private:
   CIPCServer* m_server;  // outlives the thread: stop() joins it
   P<CIPCConnection> m_connection;
-  bool m_overLimit;
 };
 
 CIPCServer::CIPCServer(P<IIPCRequestHandler> const& handler) : m_handler(handler) {
@@ -137,25 +136,43 @@ void CIPCServer::acceptLoop() {
     P<CIPCConnection> connection = newP<CIPCConnection>(channel, m_uri);
     CMutexLock lock(m_mutex);
     if (m_stopping) return;  // the connection closes as it goes
-    bool const overLimit = static_cast<int>(m_connections.size()) >= m_maxConnections;
-    P<CConnectionThread> thread = newP<CConnectionThread>(this, connection, overLimit);
+    P<CConnectionThread> thread = newP<CConnectionThread>(this, connection);
     thread->start();
     m_connections.push_back(thread);
   }
 }
 
-void CIPCServer::serve(P<CIPCConnection> const& connection, bool overLimit) {
+void CIPCServer::serve(P<CIPCConnection> const& connection) {
+  // Counts this connection while it is served. A refused one stops counting
+  // before its answer leaves, so a client that saw the refusal can be sure
+  // its place is free again.
+  struct Counted {
+    std::atomic<int>& count;
+    bool active = true;
+    void end() {
+      if (active) --count;
+      active = false;
+    }
+    ~Counted() { end(); }
+  } counted{m_active};
+  int const now = ++m_active;
   try {
+    bool const versionOK = connection->readHello(m_protocolVersion, m_helloTimeoutMs);
     String refusal;
-    if (overLimit) {
+    if (!versionOK) {
+      refusal = u"version mismatch";
+    } else if (now > m_maxConnections) {
       refusal = u"too many connections";
     } else if (!m_admitAllUsers && !platform::ipcUserAdmitted(connection->getPeerUserId())) {
       refusal = u"user not admitted";
     }
-    if (!connection->answerHello(m_protocolVersion, m_helloTimeoutMs, refusal)) {
+    if (!refusal.isEmpty()) {
+      counted.end();
+      connection->answerHello(m_protocolVersion, refusal);
       connection->close();
       return;
     }
+    connection->answerHello(m_protocolVersion, String());
     // Kept across requests: a vector of the same size is not filled again.
     std::vector<unsigned char> request, answer;
     for (;;) {
@@ -188,6 +205,7 @@ void CIPCServer::serve(P<CIPCConnection> const& connection, bool overLimit) {
       ++m_failed;
     }
   }
+  counted.end();
   connection->close();
 }
 
@@ -227,12 +245,7 @@ void CIPCServer::stop() {
   m_listener = nullptr;
 }
 
-int CIPCServer::getConnectionCount() const {
-  CMutexLock lock(m_mutex);
-  int alive = 0;
-  for (P<CConnectionThread> const& t : m_connections) alive += t->isAlive() ? 1 : 0;
-  return alive;
-}
+int CIPCServer::getConnectionCount() const { return m_active.load(); }
 
 int CIPCServer::getFailedConnectionCount() const {
   CMutexLock lock(m_mutex);

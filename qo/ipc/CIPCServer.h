@@ -115,7 +115,7 @@ private:
 
   void startAccepting(platform::IPCListener* listener, CURI const& uri);
   void acceptLoop();
-  void serve(P<CIPCConnection> const& connection, bool overLimit);
+  void serve(P<CIPCConnection> const& connection);
   void reapFinished();
 
   P<IIPCRequestHandler> m_handler;
@@ -135,6 +135,7 @@ private:
   P<CError> m_lastError;
   int m_failed = 0;
   bool m_stopping = false;
+  std::atomic<int> m_active{0};  // connections past accept and not refused
 };
 
 }  // namespace qo
