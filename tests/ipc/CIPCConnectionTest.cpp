@@ -86,6 +86,20 @@ TEST(CIPCConnection, ConnectToANameNobodyServesFailsAfterTheTimeout) {
   }
 }
 
+TEST(CIPCConnection, ConnectToAPortNobodyServesFailsAfterTheTimeout) {
+  P<CIPCServer> server = newP<CIPCServer>(newP<CPlusOneHandler>());
+  int const port = server->listenTCP(u"127.0.0.1", 0);
+  server->stop();  // the port is free now: connects are refused
+  try {
+    (void)CIPCConnection::connectTCP(u"127.0.0.1", port, 20);
+    FAIL() << "nobody serves the port";
+  } catch (CSocketError const& e) {
+    EXPECT_EQ(e.getMessage(), u"Error connecting to IPC endpoint.");
+    EXPECT_EQ(e.getParams().lookupLong(u"port", 0), port);
+    EXPECT_EQ(e.getParams().lookup(u"api"), u"connect");
+  }
+}
+
 TEST(CIPCConnection, NamesThatCouldLeaveTheFolderAreRefused) {
   for (char16_t const* name : {u"", u"..", u"a/b", u"a\\b", u"caf\u00e9", u"a b"}) {
     SCOPED_TRACE(String(name).toUTF8());

@@ -275,19 +275,33 @@ void ipcFreeListener(IPCListener* l) {
   delete l;
 }
 
-// Connects fd to addr, polling up to timeoutMs; EINPROGRESS-free because the
-// socket stays blocking (local and loopback connects finish at once or fail).
+// Connects a new socket to addr within timeoutMs, trying again while nobody
+// serves the address. The connect itself runs non-blocking, so a remote host
+// that does not answer costs no more than the time limit.
 static SysError connectLoop(int family, sockaddr const* addr, socklen_t addrLen, int timeoutMs, int& fdOut,
                             char const*& api) {
   Clock::time_point const start = Clock::now();
   for (;;) {
-    int fd = socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    int fd = socket(family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (fd < 0) return fail("socket", api);
-    if (connect(fd, addr, addrLen) == 0) {
+    int code = connect(fd, addr, addrLen) == 0 ? 0 : errno;
+    if (code == EINPROGRESS) {
+      pollfd pfd{fd, POLLOUT, 0};
+      int const n = poll(&pfd, 1, remainingMs(timeoutMs, start));
+      socklen_t len = sizeof code;
+      if (n < 0) {
+        code = errno;
+      } else if (n == 0) {
+        code = ETIMEDOUT;
+      } else if (getsockopt(fd, SOL_SOCKET, SO_ERROR, &code, &len) != 0) {
+        code = errno;
+      }
+    }
+    if (code == 0) {
+      fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
       fdOut = fd;
       return SysError{};
     }
-    int const code = errno;
     ::close(fd);
     bool const retry = code == ENOENT || code == ECONNREFUSED || code == EAGAIN || code == EINTR;
     if (!retry || remainingMs(timeoutMs, start) == 0) return failCode(code, "connect", api);

@@ -348,14 +348,40 @@ SysError ipcConnectTCP(std::string const& host, int port, int timeoutMs, IPCChan
       freeaddrinfo(found);
       return failWSA("socket", api);
     }
-    if (connect(s, found->ai_addr, static_cast<int>(found->ai_addrlen)) == 0) {
+    // Non-blocking, so a remote host that does not answer costs no more
+    // than the time limit.
+    u_long mode = 1;
+    ioctlsocket(s, FIONBIO, &mode);
+    int code = connect(s, found->ai_addr, static_cast<int>(found->ai_addrlen)) == 0 ? 0 : WSAGetLastError();
+    if (code == WSAEWOULDBLOCK) {
+      fd_set writable, failed;
+      FD_ZERO(&writable);
+      FD_ZERO(&failed);
+      FD_SET(s, &writable);
+      FD_SET(s, &failed);
+      DWORD const left = remainingMs(timeoutMs, start);
+      timeval limit{static_cast<long>(left / 1000), static_cast<long>(left % 1000) * 1000};
+      int const n = select(0, nullptr, &writable, &failed, left == INFINITE ? nullptr : &limit);
+      int len = sizeof code;
+      if (n == SOCKET_ERROR) {
+        code = WSAGetLastError();
+      } else if (n == 0) {
+        code = WSAETIMEDOUT;
+      } else if (getsockopt(s, SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&code), &len) != 0) {
+        code = WSAGetLastError();
+      } else if (code == 0 && FD_ISSET(s, &failed)) {
+        code = WSAECONNREFUSED;
+      }
+    }
+    if (code == 0) {
       freeaddrinfo(found);
+      mode = 0;
+      ioctlsocket(s, FIONBIO, &mode);
       BOOL on = TRUE;
       setsockopt(s, IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<char const*>(&on), sizeof on);
       channel = newChannel(reinterpret_cast<HANDLE>(s), true, false);
       return SysError{};
     }
-    int const code = WSAGetLastError();
     closesocket(s);
     if (code != WSAECONNREFUSED || remainingMs(timeoutMs, start) == 0) {
       freeaddrinfo(found);
