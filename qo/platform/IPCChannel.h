@@ -14,7 +14,7 @@
 //
 //   IPCListener* l; const char* api;
 //   if (SysError e = ipcListenLocal("demo", l, api)) ...;
-//   IPCChannel* c; ipcAccept(l, -1, c, api);        // c null: stopped
+//   IPCChannel* c; bool stopped; ipcAccept(l, -1, c, stopped, api);
 //   int got; ipcRead(c, buf, n, -1, got, api);      // 0: peer ended
 //   ipcFreeChannel(c); ipcFreeListener(l);
 //
@@ -56,8 +56,8 @@ SysError ipcListenLocal(std::string const& name, IPCListener*& listener, char co
 /// IPv6 ones; port 0 = any free port, reported in boundPort).
 SysError ipcListenTCP(std::string const& host, int port, IPCListener*& listener, int& boundPort, char const*& api);
 /// Waits up to timeoutMs (-1: no limit) for a client. channel is the new
-/// connection, or null on a time-out (result ok) or after ipcStopListener
-/// (code kIPCCancelled in cancelled).
+/// connection, or null on a time-out or after ipcStopListener (then
+/// cancelled is true).
 SysError ipcAccept(IPCListener* listener, int timeoutMs, IPCChannel*& channel, bool& cancelled, char const*& api);
 /// Wakes a waiting ipcAccept and makes later ones return at once.
 /// Thread-safe.
