@@ -76,7 +76,7 @@ void CIPCServer::listen(String const& name) {
   if (m_listener) throw CBadStateError(u"the IPC server is listening already");
   platform::IPCListener* listener = nullptr;
   char const* api = nullptr;
-  if (platform::SysError e = platform::ipcListenLocal(name.toUTF8(), listener, api)) {
+  if (platform::SysError e = platform::ipcListenLocal(name.toUTF8(), m_admitAllUsers, listener, api)) {
     throw CSocketError(u"Error listening on IPC endpoint.", CProps().add(u"name", name).addAll(sysErrorProps(e, api)));
   }
   startAccepting(listener, CURI(u"ipc:" + name));

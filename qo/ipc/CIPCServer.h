@@ -74,11 +74,11 @@ public:
   /// How long a new client may take to send its hello (default 5000 ms).
   /// Not thread-safe.
   void setHelloTimeout(int timeoutMs);
-  /// Admit every user the transport lets in, not only this process's user
-  /// and the administrator. The transport still decides first: a named
-  /// endpoint lives in a folder (POSIX) or behind an access list (Windows)
-  /// that only the user, SYSTEM and the administrators pass, so this matters
-  /// for a full socket path in a shared folder. Not thread-safe.
+  /// Admit every user, not only this process's user and the administrator:
+  /// the endpoint is opened to all (Windows: authenticated users join the
+  /// pipe's access list; POSIX: the socket becomes 0666, which lets others
+  /// in when listen() gets a full socket path in a folder they may enter,
+  /// the user's own endpoint folder staying closed). Not thread-safe.
   void setAdmitAllUsers(bool admitAll);
   /// Every request enters gate first, waiting up to waitMs while it is
   /// under pressure; after that the client gets a "busy" answer. Null:

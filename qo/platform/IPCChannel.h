@@ -48,10 +48,13 @@ constexpr int kIPCCancelled = -2;
 /// Windows: "\\.\pipe\" with the prefix "qo.ipc.".
 SysError ipcLocalFolder(std::string& folder, char const*& api);
 
-/// Starts listening on the local endpoint name (no '/' or '\'). POSIX
-/// replaces a stale socket only after checking nobody accepts on it; a live
-/// one gives EADDRINUSE / ERROR_ACCESS_DENIED.
-SysError ipcListenLocal(std::string const& name, IPCListener*& listener, char const*& api);
+/// Starts listening on the local endpoint name (letters, digits, '.', '-',
+/// '_'; POSIX also a full socket path). POSIX replaces a stale socket only
+/// after checking nobody accepts on it; a live one gives EADDRINUSE /
+/// ERROR_ACCESS_DENIED. anyUser widens the access: every user may connect
+/// (POSIX: socket mode 0666, which matters for a full path in a folder
+/// others may enter; Windows: authenticated users join the access list).
+SysError ipcListenLocal(std::string const& name, bool anyUser, IPCListener*& listener, char const*& api);
 /// Starts listening on TCP host:port ("" = all IPv4 addresses, "::" = all
 /// IPv6 ones; port 0 = any free port, reported in boundPort).
 SysError ipcListenTCP(std::string const& host, int port, IPCListener*& listener, int& boundPort, char const*& api);

@@ -4,6 +4,11 @@
 
 #include <thread>
 
+#ifndef _WIN32
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
 #include "IPCTestSupport.h"
 #include "qo/core/CIOError.h"
 #include "qo/core/CSocketError.h"
@@ -151,33 +156,61 @@ TEST(CIPCConnection, ReadTimeoutGivesAReadError) {
 #ifndef _WIN32
 char const kPathVar[] = "QO_TEST_IPC_SOCKET_PATH";
 constexpr int kConnected = 40;
-constexpr int kRefused = 41;
+constexpr int kRefused = 41;      // by the system (access to folder or socket)
+constexpr int kNotAdmitted = 43;  // by the server, which names the reason
 
 TEST(CIPCConnection, ChildOfAnotherUserForTheParentProcess) {
   std::string const path = ipctest::envValue(kPathVar);
   if (path.empty()) GTEST_SKIP() << "runs only as a child process of CIPCConnection.AnotherUserIsNotAdmitted";
   try {
-    (void)CIPCConnection::connect(String::fromUTF8(path), 0);
-    std::_Exit(kConnected);
-  } catch (CSocketError const&) {
-    std::_Exit(kRefused);
+    P<CIPCConnection> c = CIPCConnection::connect(String::fromUTF8(path), 0);
+    std::_Exit(c->call({1}) == Bytes{2} ? kConnected : kRefused + 1);
+  } catch (CSocketError const& e) {
+    bool const byServer = e.getMessage() == u"The IPC server refused the connection.";
+    if (!byServer) std::_Exit(kRefused);
+    std::_Exit(e.getParams().lookup(u"reason") == u"user not admitted" ? kNotAdmitted : kRefused + 1);
   }
 }
 
-TEST(CIPCConnection, AnotherUserIsNotAdmitted) {
+// The client runs as uid 65534 against a server of root: refused by the
+// user's closed endpoint folder, admitted by a widened server whose socket
+// lies in a folder everybody may enter.
+TEST(CIPCConnection, AnotherUserIsAdmittedOnlyWhenTheServerWidensAccess) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root to run the client as another user (uid 65534)";
   std::string const name = ipctest::uniqueName("user");
-  P<CIPCServer> server = newP<CIPCServer>(newP<CPlusOneHandler>());
-  server->listen(String::fromUTF8(name));
-  std::string const path = "/tmp/qo-ipc-0/" + name;
-  ipctest::ChildProcess child("CIPCConnection.ChildOfAnotherUserForTheParentProcess",
-                              {std::string(kPathVar) + "=" + path}, 65534);
-  ASSERT_TRUE(child.started());
-  EXPECT_EQ(child.wait(), kRefused);
-  P<CIPCConnection> self = CIPCConnection::connect(String::fromUTF8(path), 5000);
-  EXPECT_EQ(self->getPeerUserId(), 0);
-  EXPECT_EQ(self->call({1}), Bytes{2});
-  server->stop();
+  std::string const openFolder = "/tmp/" + name + "-open";
+  ASSERT_EQ(mkdir(openFolder.c_str(), 0755), 0);
+  struct Case {
+    char const* what;
+    std::string listenName;
+    std::string path;
+    bool widened;
+    int verdict;
+    bool socketOpenedByHand = false;  // so only the server's user check refuses
+  };
+  Case const cases[] = {
+      {"own folder", name, "/tmp/qo-ipc-0/" + name, false, kRefused},
+      {"open folder, socket not widened", openFolder + "/s1", openFolder + "/s1", false, kRefused},
+      {"open folder, widened", openFolder + "/s2", openFolder + "/s2", true, kConnected},
+      {"open folder and socket, server not widened", openFolder + "/s3", openFolder + "/s3", false, kNotAdmitted, true},
+  };
+  for (Case const& c : cases) {
+    SCOPED_TRACE(c.what);
+    P<CIPCServer> server = newP<CIPCServer>(newP<CPlusOneHandler>());
+    server->setAdmitAllUsers(c.widened);
+    server->listen(String::fromUTF8(c.listenName));
+    if (c.socketOpenedByHand) ASSERT_EQ(chmod(c.path.c_str(), 0666), 0);
+    ipctest::ChildProcess child("CIPCConnection.ChildOfAnotherUserForTheParentProcess",
+                                {std::string(kPathVar) + "=" + c.path}, 65534);
+    ASSERT_TRUE(child.started());
+    EXPECT_EQ(child.wait(), c.verdict);
+    if (c.socketOpenedByHand) EXPECT_EQ(server->getFailedConnectionCount(), 0);  // a refusal, not a failure
+    P<CIPCConnection> self = CIPCConnection::connect(String::fromUTF8(c.path), 5000);
+    EXPECT_EQ(self->getPeerUserId(), 0);
+    EXPECT_EQ(self->call({1}), Bytes{2});
+    server->stop();
+  }
+  rmdir(openFolder.c_str());
 }
 #endif
 

@@ -135,7 +135,7 @@ static IPCListener* newListener(int fd) {
   return l;
 }
 
-SysError ipcListenLocal(std::string const& name, IPCListener*& listener, char const*& api) {
+SysError ipcListenLocal(std::string const& name, bool anyUser, IPCListener*& listener, char const*& api) {
   listener = nullptr;
   sockaddr_un addr;
   std::string path;
@@ -164,7 +164,7 @@ SysError ipcListenLocal(std::string const& name, IPCListener*& listener, char co
       return e;
     }
   }
-  bool const modeSet = chmod(path.c_str(), 0600) == 0;
+  bool const modeSet = chmod(path.c_str(), anyUser ? 0666 : 0600) == 0;
   if (!modeSet || listen(fd, 64) != 0) {
     SysError e = fail(modeSet ? "listen" : "chmod", api);
     unlink(path.c_str());

@@ -48,8 +48,9 @@ bool validLocalName(std::string const& name) {
 
 std::wstring pipePath(std::string const& name) { return L"\\\\.\\pipe\\qo.ipc." + win32text::widen(name.c_str()); }
 
-// Only the creating user, SYSTEM and the Administrators may open the pipe.
-bool makeSecurityDescriptor(PSECURITY_DESCRIPTOR& sd) {
+// Only the creating user, SYSTEM and the Administrators may open the pipe;
+// with anyUser every authenticated user may read and write it as well.
+bool makeSecurityDescriptor(bool anyUser, PSECURITY_DESCRIPTOR& sd) {
   sd = nullptr;
   HANDLE token = nullptr;
   if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) return false;
@@ -61,7 +62,8 @@ bool makeSecurityDescriptor(PSECURITY_DESCRIPTOR& sd) {
   if (!ok) return false;
   wchar_t* sid = nullptr;
   if (!ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER*>(buffer.data())->User.Sid, &sid)) return false;
-  std::wstring const sddl = std::wstring(L"D:P(A;;GA;;;SY)(A;;GA;;;BA)(A;;GA;;;") + sid + L")";
+  std::wstring const sddl = std::wstring(L"D:P(A;;GA;;;SY)(A;;GA;;;BA)(A;;GA;;;") + sid + L")" +
+                            (anyUser ? L"(A;;GRGW;;;AU)" : L"");
   LocalFree(sid);
   return ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl.c_str(), SDDL_REVISION_1, &sd, nullptr) != 0;
 }
@@ -145,7 +147,7 @@ static void freeListenerParts(IPCListener* l) {
   delete l;
 }
 
-SysError ipcListenLocal(std::string const& name, IPCListener*& listener, char const*& api) {
+SysError ipcListenLocal(std::string const& name, bool anyUser, IPCListener*& listener, char const*& api) {
   listener = nullptr;
   if (!validLocalName(name)) return failCode(ERROR_INVALID_NAME, "CreateNamedPipeW", api);
   std::wstring const path = pipePath(name);
@@ -156,7 +158,7 @@ SysError ipcListenLocal(std::string const& name, IPCListener*& listener, char co
   }
   auto* l = new IPCListener;
   l->path = path;
-  if (!makeSecurityDescriptor(l->sd)) {
+  if (!makeSecurityDescriptor(anyUser, l->sd)) {
     SysError e = fail("ConvertStringSecurityDescriptorToSecurityDescriptorW", api);
     freeListenerParts(l);
     return e;
