@@ -90,6 +90,18 @@ TEST(CIPCServer, AnswersRequestsOfAnotherProcessUntilItIsKilledMidAnswer) {
   next->stop();
 }
 
+TEST(CIPCServer, ServesWithClosedAndWidenedAccess) {
+  for (bool widened : {false, true}) {
+    SCOPED_TRACE(widened);
+    std::string const name = ipctest::uniqueName("access");
+    P<CIPCServer> server = newP<CIPCServer>(newP<CPlusOneHandler>());
+    server->setAdmitAllUsers(widened);
+    server->listen(String::fromUTF8(name));
+    EXPECT_EQ(CIPCConnection::connect(String::fromUTF8(name), 5000)->call(pattern(4)), plusOne(pattern(4)));
+    server->stop();
+  }
+}
+
 TEST(CIPCServer, ANameServedAlreadyCannotBeTaken) {
   std::string const name = ipctest::uniqueName("taken");
   P<CIPCServer> first = newP<CIPCServer>(newP<CPlusOneHandler>());
