@@ -151,6 +151,13 @@
 #include "qo/log/xmlEscape.h"
 
 // IPC (qo/ipc)
+#include "qo/ipc/CIPCConnection.h"
+#include "qo/ipc/CIPCPressureSwitch.h"
+#include "qo/ipc/CIPCSemaphore.h"
+#include "qo/ipc/CIPCServer.h"
+#include "qo/ipc/CWinSockInit.h"
+#include "qo/ipc/IIPCPressureListener.h"
+#include "qo/ipc/IIPCRequestHandler.h"
 
 // System services (qo/sys)
 #include "qo/sys/CCommandLine.h"

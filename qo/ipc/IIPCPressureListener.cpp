@@ -1,0 +1,7 @@
+#include "qo/ipc/IIPCPressureListener.h"
+
+namespace qo {
+
+IIPCPressureListener::~IIPCPressureListener() = default;
+
+}  // namespace qo

@@ -1,0 +1,7 @@
+#include "qo/ipc/IIPCRequestHandler.h"
+
+namespace qo {
+
+IIPCRequestHandler::~IIPCRequestHandler() = default;
+
+}  // namespace qo
