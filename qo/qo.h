@@ -64,6 +64,7 @@
 #include "qo/stream/CInStreamToIOStreamWrapper.h"
 #include "qo/stream/CLaggingEOFInStreamBase.h"
 #include "qo/stream/CLineReader.h"
+#include "qo/stream/COptimizingIOStreamWrapper.h"
 #include "qo/stream/CPartialIOStream.h"
 #include "qo/stream/CPartialInStream.h"
 #include "qo/stream/CRangeKey.h"
