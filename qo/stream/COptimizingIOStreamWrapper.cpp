@@ -198,6 +198,23 @@ bool COptimizingIOStreamWrapper::isEndOfStream() const {
 int COptimizingIOStreamWrapper::isEndOfStream_NonBlocking() const { return isEndOfStream() ? 1 : 0; }
 
 void COptimizingIOStreamWrapper::write(void const* data, int size, IWriteBarrier* barrier) {
+  // The common case first: a small write that lands inside the window.
+  long long const offset = m_position - m_winStart;
+  if (!m_closed && size > 0 && m_winStart >= 0 && offset >= 0 && offset + size <= m_blockSize &&
+      barrier == m_dirtyBarrier.get()) {
+    std::memcpy(m_block + offset, data, static_cast<std::size_t>(size));
+    if (m_dirtyHi <= m_dirtyLo) {
+      m_dirtyLo = offset;
+      m_dirtyHi = offset + size;
+    } else {
+      m_dirtyLo = std::min(m_dirtyLo, offset);
+      m_dirtyHi = std::max(m_dirtyHi, offset + size);
+    }
+    m_dirtyBarrier = barrier;
+    m_position += size;
+    if (m_position > m_length) m_length = m_position;
+    return;
+  }
   checkOpen("COptimizingIOStreamWrapper::write");
   checkSize(size, "COptimizingIOStreamWrapper::write");
   if (size == 0) return;
