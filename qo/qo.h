@@ -69,6 +69,7 @@
 #include "qo/stream/CPartialInStream.h"
 #include "qo/stream/CRangeKey.h"
 #include "qo/stream/CReliableIOStream.h"
+#include "qo/stream/CRetryingIOStreamWrapper.h"
 #include "qo/stream/CStreamLockManager.h"
 #include "qo/stream/CZeroInStream.h"
 #include "qo/stream/IAlignedIOStream.h"
