@@ -158,5 +158,7 @@
 // System services (qo/sys)
 
 // Codecs and utilities (qo/util)
+#include "qo/util/CCachingInStream.h"
+#include "qo/util/CDataCache.h"
 
 #endif  // QO_QO_H

@@ -1,0 +1,6 @@
+# Codecs and utilities.
+set(QO_UTIL_CLASSES
+  # data cache
+  CDataCache
+  CCachingInStream
+)
