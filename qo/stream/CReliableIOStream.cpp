@@ -173,6 +173,24 @@ void CReliableIOStream::fail(P<CError> const& error) {
 void CReliableIOStream::runWorker() {
   CMutexLock lock(m_mutex);
   for (;;) {
+    if (!m_error && m_flushTarget > m_durableSeq && m_writtenSeq >= m_flushTarget) {
+      // Someone waits for what is written: flush before writing more, so a
+      // busy queue cannot hold a barrier back.
+      long long const written = m_writtenSeq;
+      P<CError> failure;
+      {
+        CMutexUnlock unlock(m_mutex);
+        failure = flushInner();
+      }
+      if (failure) {
+        fail(failure);
+      } else {
+        m_durableSeq = std::max(m_durableSeq, written);
+      }
+      wakeWaiters();
+      notifyListeners();
+      continue;
+    }
     if (!m_error && !m_queue.empty()) {
       Item const item = std::move(m_queue.front());
       m_queue.pop_front();
@@ -184,25 +202,12 @@ void CReliableIOStream::runWorker() {
       m_queuedBytes -= item.data.getLength();
       if (failure) {
         fail(failure);
+        wakeWaiters();
+        notifyListeners();
       } else {
         m_writtenSeq = item.seq;
-        // Flush when nothing follows, and after the last write a barrier
-        // has so far, so that its waiters need not wait for a busy queue.
-        if (m_queue.empty() || (item.barrier && item.barrier->m_lastSeq == item.seq)) {
-          long long const written = m_writtenSeq;
-          {
-            CMutexUnlock unlock(m_mutex);
-            failure = flushInner();
-          }
-          if (failure) {
-            fail(failure);
-          } else {
-            m_durableSeq = std::max(m_durableSeq, written);
-          }
-        }
+        if (m_progressWaiters > 0) wakeWaiters();
       }
-      wakeWaiters();
-      notifyListeners();
       continue;
     }
     if (m_stop) break;
@@ -210,6 +215,12 @@ void CReliableIOStream::runWorker() {
     CMutexUnlock unlock(m_mutex);
     (void)m_work.wait(-1);
   }
+}
+
+void CReliableIOStream::requestFlush(long long target) {
+  if (target <= m_flushTarget) return;
+  m_flushTarget = target;
+  m_work.set();
 }
 
 void CReliableIOStream::stopWorker() noexcept {
@@ -226,7 +237,9 @@ void CReliableIOStream::stopWorker() noexcept {
 }
 
 void CReliableIOStream::waitWritten() {
+  ++m_progressWaiters;
   waitUntil([&] { return m_writtenSeq >= m_lastSeq || m_error; }, -1);
+  --m_progressWaiters;
 }
 
 // --- barriers -----------------------------------------------------------------
@@ -242,6 +255,7 @@ CReliableIOStream::CBarrier* CReliableIOStream::ownBarrier(IWriteBarrier* barrie
 bool CReliableIOStream::waitBarrier(IWriteBarrier* barrier, int timeoutMs) {
   CBarrier* const own = ownBarrier(barrier, "CReliableIOStream::waitBarrier", false);
   CMutexLock lock(m_mutex);
+  requestFlush(own->m_lastSeq);
   if (!waitUntil([&] { return barrierStatus(*own) != 0; }, timeoutMs)) return false;
   if (barrierStatus(*own) < 0) m_error->throwClone();
   return true;
@@ -256,6 +270,7 @@ void CReliableIOStream::setBarrierDoneListener(IWriteBarrier* barrier, IBarrierL
   if (std::find(m_listened.begin(), m_listened.end(), own) == m_listened.end()) {
     m_listened.push_back(P<CBarrier>::share(own));
   }
+  requestFlush(own->m_lastSeq);
   notifyListeners();  // tells it at once when the barrier is settled already
 }
 
@@ -303,6 +318,7 @@ void CReliableIOStream::close() {
   P<CError> error;
   {
     CMutexLock lock(m_mutex);
+    requestFlush(m_lastSeq);
     waitUntil([&] { return m_durableSeq >= m_lastSeq || m_error; }, -1);
     error = m_error;
   }
@@ -361,7 +377,9 @@ void CReliableIOStream::queue(TConstBufferSlice<unsigned char> const& data, IWri
     CMutexLock lock(m_mutex);
     throwIfFailed();
     if (size == 0) return;
+    ++m_progressWaiters;
     waitUntil([&] { return m_queuedBytes == 0 || m_queuedBytes + size <= m_maxQueuedBytes || m_error; }, -1);
+    --m_progressWaiters;
     throwIfFailed();
     long long const seq = ++m_lastSeq;
     if (own) own->m_lastSeq = seq;
@@ -389,6 +407,7 @@ void CReliableIOStream::writeKeepBuffer(TConstBufferSlice<unsigned char> const& 
 void CReliableIOStream::flush() {
   checkOpen("CReliableIOStream::flush");
   CMutexLock lock(m_mutex);
+  requestFlush(m_lastSeq);
   waitUntil([&] { return m_durableSeq >= m_lastSeq || m_error; }, -1);
   throwIfFailed();
 }

@@ -5,14 +5,16 @@
 // (write copies them, writeKeepBuffer keeps a reference to the slice, whose
 // bytes must stay unchanged until written). One "qo.reliableStream" thread
 // writes the queue to the inner stream in order, each write at the position
-// it was queued for, and flushes the inner stream whenever the queue runs
-// empty and after the last queued write of a barrier.
+// it was queued for. It flushes the inner stream when someone needs it: for
+// a barrier that is waited for, asked about or listened to (as soon as its
+// writes are written, ahead of later ones), for flush() and close().
 //
 // Barriers: createWriteBarrier(previous) makes a token of this stream; it
 // covers the writes that name it and everything previous covered when it was
 // made. A barrier is done when every write it covers so far has been written
 // and the inner stream flushed after it (waitBarrier, isBarrierDone,
-// setBarrierDoneListener). A barrier of another stream passed to write()
+// setBarrierDoneListener; each of them also asks for that flush, so a first
+// isBarrierDone may answer false where a later one answers true). A barrier of another stream passed to write()
 // raises the CError "INTERNAL ERROR: Write barrier object from a different
 // stream passed to CReliableIOStream::write".
 //
@@ -94,7 +96,7 @@ public:
   /// CInvalidArgError ("CReliableIOStream::waitBarrier") for a barrier that
   /// is null or not of this stream. Thread-safe.
   [[nodiscard]] bool waitBarrier(IWriteBarrier* barrier, int timeoutMs);
-  /// waitBarrier(barrier, 0). Thread-safe.
+  /// waitBarrier(barrier, 0): asks for the flush and looks. Thread-safe.
   [[nodiscard]] bool isBarrierDone(IWriteBarrier* barrier);
   /// Tells listener once, when barrier is next done or fails (at once, on
   /// this thread, when it is done or failed now). Replaces an earlier
@@ -175,6 +177,7 @@ private:
   P<CError> writeItem(Item const& item);
   P<CError> flushInner();
   void runWorker();
+  void requestFlush(long long target);
   void stopWorker() noexcept;
   int innerRead(void* buffer, int size, bool available);
 
@@ -190,6 +193,8 @@ private:
   long long m_lastSeq = 0;     // the last queued write
   long long m_writtenSeq = 0;  // the last write handed to the inner stream
   long long m_durableSeq = 0;  // the last write followed by a successful flush
+  long long m_flushTarget = 0; // flush once this write is written (someone waits)
+  int m_progressWaiters = 0;   // waits for written writes or queue room
   P<CError> m_error;           // the first failure; the stream is stopped
   bool m_stop = false;
   std::vector<P<CSignal>> m_waiters;

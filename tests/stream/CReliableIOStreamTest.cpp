@@ -79,14 +79,14 @@ public:
 // meanwhile all see them done.
 TEST(CReliableIOStreamTest, WritesLandInOrderAndBarriersComplete) {
   P<CGatedStream> inner = qo::newP<CGatedStream>();
-  P<CReliableIOStream> out = qo::newP<CReliableIOStream>(inner.get(), 4096);
+  P<CReliableIOStream> out = qo::newP<CReliableIOStream>(inner.get(), 16384);
   P<CBufferStream> model = qo::newP<CBufferStream>();
   std::mt19937 random(7);
   std::vector<P<IWriteBarrier>> barriers{out->createWriteBarrier(nullptr)};
   std::vector<std::thread> waiters;
   std::atomic<int> done{0};
-  for (int step = 0; step < 2000; ++step) {
-    if (step % 250 == 0) {
+  for (int step = 0; step < 1000; ++step) {
+    if (step % 125 == 0) {
       barriers.push_back(out->createWriteBarrier(barriers.back().get()));
       IWriteBarrier* const b = barriers.back().get();
       waiters.emplace_back([&out, &done, b] { done += out->waitBarrier(b, -1) ? 1 : 0; });
