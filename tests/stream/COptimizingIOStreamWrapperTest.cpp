@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "qo/core/CIOError.h"
@@ -11,6 +12,8 @@
 #include "qo/stream/CBufferStream.h"
 #include "qo/stream/CDummyWriteBarrier.h"
 #include "qo/stream/CEnforcingIOStreamWrapper.h"
+#include "TempFolder.h"
+#include "qo/fs/CLocalFileStream.h"
 #include "stream/StreamTestSupport.h"
 
 using qo::CBufferStream;
@@ -192,4 +195,32 @@ TEST(COptimizingIOStreamWrapperTest, ForwardsLocksAndRefusesUseAfterClose) {
   qo::test::ioError([&] { stack.fast->seek(0); }, CIOError::kStreamClosed);
   qo::test::ioError([&] { (void)stack.fast->isEndOfStream(); }, CIOError::kStreamClosed);
   stack.fast->close();  // idempotent
+}
+
+// On a real file: small writes and a patch behind the end, read back after
+// reopening.
+TEST(COptimizingIOStreamWrapperTest, RoundTripsThroughALocalFile) {
+  qo::test::TempFolder folder("qo-optimizing");
+  qo::String const path = folder.path("data.bin");
+  std::string expected;
+  {
+    P<qo::CLocalFileStream> file = qo::newP<qo::CLocalFileStream>(
+        path, qo::IIOStream::AccessReadWrite, qo::TFlags<qo::IIOStream::Flags>{qo::IIOStream::FlagCreate});
+    P<COptimizingIOStreamWrapper> fast = qo::newP<COptimizingIOStreamWrapper>(file.get(), 4096);
+    for (int i = 0; i < 30000; ++i) {
+      char const c = static_cast<char>('a' + i % 26);
+      fast->write(&c, 1);
+      expected += c;
+    }
+    fast->seek(5000);
+    fast->write("PATCH", 5);
+    expected.replace(5000, 5, "PATCH");
+    fast->close();
+  }
+  P<qo::CLocalFileStream> file = qo::newP<qo::CLocalFileStream>(
+      path, qo::IIOStream::AccessReadOnly, qo::TFlags<qo::IIOStream::Flags>());
+  ASSERT_EQ(file->getLength(), static_cast<long long>(expected.size()));
+  std::string back(expected.size(), '\0');
+  file->read(&back[0], static_cast<int>(back.size()));
+  EXPECT_EQ(back, expected);
 }

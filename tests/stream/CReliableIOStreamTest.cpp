@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstring>
 #include <random>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -200,4 +201,20 @@ TEST(CReliableIOStreamTest, RefusesBarriersOfOtherStreams) {
     qo::test::catchError<qo::CInvalidArgError>([&] { (void)out->createWriteBarrier(b.get()); });
   }
   EXPECT_EQ(out->getLength(), 0);  // nothing was queued
+}
+
+// write() queues a copy; writeKeepBuffer() queues the caller's slice itself,
+// so a change made before the bytes are written shows on the device.
+TEST(CReliableIOStreamTest, KeepBufferWritesTheSliceNotACopy) {
+  P<CGatedStream> inner = qo::newP<CGatedStream>(0, true);
+  P<CReliableIOStream> out = qo::newP<CReliableIOStream>(inner.get());
+  P<Bytes> kept = qo::newP<Bytes>(reinterpret_cast<unsigned char const*>("kept"), 4);
+  P<Bytes> copied = qo::newP<Bytes>(reinterpret_cast<unsigned char const*>("copy"), 4);
+  out->writeKeepBuffer(qo::TConstBufferSlice<unsigned char>(kept), nullptr);
+  out->write(copied->getData(), 4);
+  (*kept)[0] = 'K';
+  (*copied)[0] = 'C';
+  inner->gate.set();
+  out->close();
+  EXPECT_EQ(std::string(reinterpret_cast<char const*>(inner->bytes->getData()), 8), "Keptcopy");
 }
