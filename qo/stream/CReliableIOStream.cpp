@@ -50,6 +50,14 @@ class CReliableIOStream::CWorker : public CThread {
 public:
   explicit CWorker(CReliableIOStream* owner) : m_owner(owner) { setThreadName(u"qo.reliableStream"); }
 
+  /// Library shutdown: write what is queued, then end.
+  void signalStop() override {
+    CThread::signalStop();
+    CMutexLock lock(m_owner->m_mutex);
+    m_owner->m_stop = true;
+    m_owner->m_work.set();
+  }
+
 protected:
   void runImpl() override { m_owner->runWorker(); }
 
@@ -225,12 +233,7 @@ void CReliableIOStream::requestFlush(long long target) {
 
 void CReliableIOStream::stopWorker() noexcept {
   try {
-    {
-      CMutexLock lock(m_mutex);
-      m_stop = true;
-      m_work.set();
-    }
-    m_worker->join(false);
+    m_worker->stop(false);
   } catch (std::exception const& e) {
     logError(e, u"CReliableIOStream could not stop its thread.", String());
   }

@@ -37,6 +37,9 @@
 //   out->waitBarrier(header.get(), -1);   // head is on the device (or throws)
 //   out->close();                         // everything is, or it throws
 //
+// When the library shuts down (CQoInit), the thread writes what is queued
+// and ends; later writes are not written.
+//
 // The inner stream must accept the writes as given: put a
 // COptimizingIOStreamWrapper in between for an aligned device.
 //
