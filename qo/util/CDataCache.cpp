@@ -86,7 +86,7 @@ PC<CDataCache::Block> CDataCache::lookup(CURI const& uri, long long offset) {
     return PC<Block>();
   }
   ++m_state->stats.hits;
-  m_state->lru.splice(m_state->lru.begin(), m_state->lru, found->second);
+  if (found->second != m_state->lru.begin()) m_state->lru.splice(m_state->lru.begin(), m_state->lru, found->second);
   return found->second->block;
 }
 
