@@ -11,10 +11,11 @@
 //   positionAlign, buffers multiples of its bufferAlign (the block is an
 //   aligned allocation), and the block size is a multiple of its
 //   bestPerformancePositionAlign.
-// - A write that covers part of an aligned unit of a block that exists on
-//   the inner stream reads the block first (read-modify-write). Large
-//   transfers whose position, size and buffer already suit the inner stream
-//   go to it directly, past the block.
+// - A write into a block that already exists on the inner stream reads the
+//   block first unless it covers the whole block (read-modify-write), so
+//   the unaligned edges written back hold the inner stream's own bytes.
+//   Large transfers whose position, size and buffer already suit the inner
+//   stream go to it directly, past the block.
 // - Pending writes reach the inner stream on seek, flush, createWriteBarrier,
 //   setLength, close and destruction, and before the window moves to
 //   another block. Writes that name different barriers are not merged: a

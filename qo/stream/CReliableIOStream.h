@@ -24,8 +24,9 @@
 // dropped one, by flush(), close(), and every later write. Barriers whose
 // writes were on the device before the failure stay done.
 //
-// Reads, setLength and getLength of the inner stream wait until the queue is
-// written; seek only moves the position that the next write or read uses.
+// Reads and setLength wait until the queue is written; getLength and seek
+// do not reach the inner stream (seek moves the position that the next
+// write or read uses).
 // The queue holds at most maxQueuedBytes (a larger single write waits for an
 // empty queue); a write that would exceed it waits.
 //
