@@ -13,4 +13,7 @@ set(QO_UTIL_CLASSES
   CNullCompressor
   CTempPathBufferPool
   ICompressor
+  # data cache
+  CDataCache
+  CCachingInStream
 )
