@@ -6,9 +6,9 @@ namespace qo::platform {
 
 static_assert(sizeof(pthread_key_t) <= sizeof(std::uintptr_t), "grow NativeTlsKey");
 
-SysError tlsCreate(NativeTlsKey& key) {
+SysError tlsCreate(NativeTlsKey& key, TlsThreadExitFunc onThreadExit) {
   pthread_key_t k;
-  int rc = pthread_key_create(&k, nullptr);
+  int rc = pthread_key_create(&k, onThreadExit);
   if (rc != 0) return SysError{static_cast<std::uint32_t>(rc), sysErrorText(static_cast<std::uint32_t>(rc))};
   key.value = static_cast<std::uintptr_t>(k);
   return {};
