@@ -19,7 +19,7 @@ namespace {
 
 CSystemError systemError(char16_t const* message, char16_t const* function, char16_t const* api,
                          platform::SysError const& error, CProps const& props = CProps()) {
-  return CSystemError(message, function, api, error.code, String(std::string_view(error.text)), props);
+  return CSystemError(message, function, api, error, props);
 }
 
 // Runs one step of the entry routine; an escaping exception comes back as a

@@ -20,7 +20,7 @@ CSafeGlobalSlot& instanceSlot() {
 
 [[noreturn]] void throwTlsError(char16_t const* message, char16_t const* function, char16_t const* api,
                                 platform::SysError const& error) {
-  throw CSystemError(message, function, api, error.code, String(std::string_view(error.text)));
+  throw CSystemError(message, function, api, error);
 }
 
 // Every live manager, so that a thread's map handed back at the thread's end

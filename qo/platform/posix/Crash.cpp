@@ -504,7 +504,7 @@ void crashFileClose(CrashFileHandle file) {
 SysError crashCreateFolder(wchar_t const* path) {
   char narrow[4096];
   if (utf8FromWide(path, narrow, sizeof narrow, true) <= 0) {
-    return SysError{static_cast<std::uint32_t>(EINVAL), sysErrorText(EINVAL)};
+    return sysErrorOf(EINVAL, "mkdir");
   }
   // Each prefix that ends before a separator, then the whole path.
   for (char* p = narrow + 1;; ++p) {
@@ -514,14 +514,14 @@ SysError crashCreateFolder(wchar_t const* path) {
     if (::mkdir(narrow, 0755) != 0 && errno != EEXIST) {
       int const code = errno;
       *p = saved;
-      if (saved == 0) return SysError{static_cast<std::uint32_t>(code), sysErrorText(static_cast<std::uint32_t>(code))};
+      if (saved == 0) return sysErrorOf(static_cast<std::uint32_t>(code), "mkdir");
     }
     *p = saved;
     if (saved == 0) break;
   }
   struct stat st{};
-  if (::stat(narrow, &st) != 0) return lastSysError();
-  if (!S_ISDIR(st.st_mode)) return SysError{static_cast<std::uint32_t>(ENOTDIR), sysErrorText(ENOTDIR)};
+  if (::stat(narrow, &st) != 0) return lastSysError("stat");
+  if (!S_ISDIR(st.st_mode)) return sysErrorOf(ENOTDIR, "mkdir");
   return SysError();
 }
 
