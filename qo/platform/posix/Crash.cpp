@@ -381,21 +381,52 @@ CrashFaultKind crashRecordKind(CrashRecord const& record) {
   }
 }
 
-std::uint32_t crashRecordCode(CrashRecord const& record) { return static_cast<std::uint32_t>(rec(record).signal); }
-
-std::uint32_t crashRecordFlags(CrashRecord const& record) {
-  return rec(record).hasFault ? static_cast<std::uint32_t>(rec(record).info.si_code) : 0;
+std::uint32_t crashRecordCode(CrashRecord const& record) {
+  PosixRecord const& r = rec(record);
+  switch (crashRecordKind(record)) {
+    case CrashFaultKind::kAccessViolation: return r.signal == SIGBUS ? 0xC0000006u : 0xC0000005u;
+    case CrashFaultKind::kStackOverflow: return 0xC00000FDu;
+    case CrashFaultKind::kDataMisaligned: return 0x80000002u;
+    case CrashFaultKind::kIntDivideByZero: return 0xC0000094u;
+    case CrashFaultKind::kIntOverflow: return 0xC0000095u;
+    case CrashFaultKind::kFloatDivideByZero: return 0xC000008Eu;
+    case CrashFaultKind::kFloatError: return 0xC0000090u;
+    case CrashFaultKind::kIllegalInstruction: return 0xC000001Du;
+    case CrashFaultKind::kAbort: return 0x40000015u;
+    case CrashFaultKind::kUnknown: break;
+  }
+  if (r.signal == SIGTRAP) return 0x80000003u;
+  return 0xE0000000u + static_cast<std::uint32_t>(r.signal & 0xFF);
 }
+
+std::uint32_t crashRecordFlags(CrashRecord const&) { return 0; }
 
 std::uint64_t crashRecordAddress(CrashRecord const& record) { return instructionPointer(rec(record)); }
 
 int crashRecordParameterCount(CrashRecord const& record) {
-  return rec(record).hasFault && isFaultSignal(rec(record).signal) ? 1 : 0;
+  PosixRecord const& r = rec(record);
+  return r.magic == kRecordMagic && r.hasFault && (r.signal == SIGSEGV || r.signal == SIGBUS) ? 2 : 0;
 }
 
 std::uint64_t crashRecordParameter(CrashRecord const& record, int index) {
-  if (index != 0 || crashRecordParameterCount(record) == 0) return 0;
-  return reinterpret_cast<std::uintptr_t>(rec(record).info.si_addr);
+  if (index < 0 || index >= crashRecordParameterCount(record)) return 0;
+  PosixRecord const& r = rec(record);
+  if (index == 1) return reinterpret_cast<std::uintptr_t>(r.info.si_addr);
+#if defined(__x86_64__)
+  // The page-fault error code: bit 1 is set for a write.
+  return (static_cast<std::uint64_t>(r.context.uc_mcontext.gregs[REG_ERR]) & 2u) != 0 ? 1 : 0;
+#else
+  return 0;
+#endif
+}
+
+bool crashRecordSignal(CrashRecord const& record, int& number, int& code, std::uint64_t& address) {
+  PosixRecord const& r = rec(record);
+  if (r.magic != kRecordMagic || !r.hasFault) return false;
+  number = r.signal;
+  code = r.info.si_code;
+  address = reinterpret_cast<std::uintptr_t>(r.info.si_addr);
+  return true;
 }
 
 bool crashRecordCodeAddress(CrashRecord const& record, std::uint64_t& address) {
@@ -417,7 +448,6 @@ bool crashRecordMemoryAddress(CrashRecord const& record, std::uint64_t& address)
   }
 }
 
-char const* crashRecordTagPrefix() { return "signal"; }
 
 // --- modules -----------------------------------------------------------------------
 

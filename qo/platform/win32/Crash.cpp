@@ -257,7 +257,7 @@ bool crashRecordMemoryAddress(CrashRecord const& record, std::uint64_t& address)
   }
 }
 
-char const* crashRecordTagPrefix() { return "win32"; }
+bool crashRecordSignal(CrashRecord const&, int&, int&, std::uint64_t&) { return false; }
 
 // --- modules -----------------------------------------------------------------------
 
