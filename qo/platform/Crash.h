@@ -61,8 +61,8 @@ struct CrashRecord {
 };
 
 /// The OS's and the C runtime's hooks, as handed to crashInstallHooks. Any
-/// of them may be null (not installed). The C++ runtime's terminate and
-/// unexpected handlers are the caller's own business (standard C++).
+/// of them may be null (not installed). The C++ runtime's terminate handler
+/// is the caller's own business (standard C++).
 struct CrashHooks {
   /// An unhandled fault. Returns normally; the platform then lets the
   /// process end as it would have without the hook.
@@ -72,11 +72,15 @@ struct CrashHooks {
   /// (wide texts, may be null) and line.
   void (*onInvalidParameter)(wchar_t const* expression, wchar_t const* function, wchar_t const* file,
                              unsigned line) = nullptr;
+  /// The C++ runtime's unexpected handler (std::set_unexpected), installed
+  /// only where the standard library still declares it (before C++17, or
+  /// kept as an extension).
+  void (*onUnexpected)() = nullptr;
 };
 
 /// The previous values of the hooks, kept to restore them (the terminate
-/// and unexpected handlers are kept here by the caller). Raw room for the
-/// POSIX signal actions.
+/// handler is kept here by the caller). Raw room for the POSIX signal
+/// actions.
 struct CrashSavedHooks {
   void* unhandledExceptionFilter = nullptr;
   void* unexpectedHandler = nullptr;

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <ctime>
 #include <new>
 
@@ -27,6 +28,40 @@ namespace qo::platform {
 using namespace posixcrash;
 
 namespace {
+
+// std::set_unexpected exists only where the standard library still declares
+// it (removed in C++17; libstdc++ keeps it deprecated up to C++17, libc++
+// and MSVC's library only on request).
+#if defined(_LIBCPP_VERSION)
+#  if _LIBCPP_STD_VER <= 14 || defined(_LIBCPP_ENABLE_CXX17_REMOVED_UNEXPECTED_FUNCTIONS)
+#    define QO_HAVE_SET_UNEXPECTED 1
+#  endif
+#elif defined(__GLIBCXX__)
+#  if __cplusplus < 201703L || (__cplusplus <= 201703L && _GLIBCXX_USE_DEPRECATED)
+#    define QO_HAVE_SET_UNEXPECTED 1
+#  endif
+#elif defined(_HAS_UNEXPECTED)
+#  if _HAS_UNEXPECTED
+#    define QO_HAVE_SET_UNEXPECTED 1
+#  endif
+#endif
+
+// Swaps the C++ runtime's unexpected handler; null where there is none.
+void* swapUnexpectedHandler(void (*handler)()) {
+#if defined(QO_HAVE_SET_UNEXPECTED)
+#  if defined(__GNUC__)
+#    pragma GCC diagnostic push
+#    pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+#  endif
+  return reinterpret_cast<void*>(std::set_unexpected(handler));
+#  if defined(__GNUC__)
+#    pragma GCC diagnostic pop
+#  endif
+#else
+  (void)handler;
+  return nullptr;
+#endif
+}
 
 // --- process-wide hook state ---------------------------------------------------
 
@@ -228,6 +263,7 @@ void crashInstallHooks(CrashHooks const& hooks, CrashSavedHooks& previous) {
   previous.pureCallHandler = nullptr;
   previous.invalidParameterHandler = nullptr;
   previous.unhandledExceptionFilter = nullptr;
+  previous.unexpectedHandler = hooks.onUnexpected != nullptr ? swapUnexpectedHandler(hooks.onUnexpected) : nullptr;
   previous.installed = true;
 }
 
@@ -235,6 +271,9 @@ void crashRestoreHooks(CrashSavedHooks& previous) {
   if (!previous.installed) return;
   auto* saved = std::launder(reinterpret_cast<SavedActions*>(previous.signalActions));
   for (int i = 0; i < kSignalCount; ++i) sigaction(kSignals[i], &saved->actions[i], nullptr);
+  if (previous.unexpectedHandler != nullptr) {
+    swapUnexpectedHandler(reinterpret_cast<void (*)()>(previous.unexpectedHandler));
+  }
   g_pPreviousActions = nullptr;
   g_hooks = CrashHooks();
   previous.installed = false;
