@@ -19,6 +19,43 @@ void copyText(wchar_t* target, wchar_t const* source) {
   target[n] = 0;
 }
 
+// Writes value with at least width digits (value >= 0).
+char* putDigits(char* out, long long value, int width) {
+  char digits[24];
+  int n = 0;
+  do {
+    digits[n++] = static_cast<char>('0' + value % 10);
+    value /= 10;
+  } while (value > 0 && n < 20);
+  while (n < width) digits[n++] = '0';
+  while (n > 0) *out++ = digits[--n];
+  return out;
+}
+
+// The attribute text of the log entry: level and, as every entry of the
+// session log carries, the entry's local time in the log's form.
+void entryAttributes(long long time, char (&out)[64]) {
+  char* p = out;
+  for (char const* s = "level=\"ERROR\""; *s != 0; ++s) *p++ = *s;
+  platform::LocalTimeFields t;
+  if (platform::crashLocalTime(time, t) && t.year >= 0 && t.year <= 9999) {
+    for (char const* s = " time=\""; *s != 0; ++s) *p++ = *s;
+    p = putDigits(p, t.year, 4);
+    *p++ = '-';
+    p = putDigits(p, t.month, 2);
+    *p++ = '-';
+    p = putDigits(p, t.day, 2);
+    *p++ = 'T';
+    p = putDigits(p, t.hour, 2);
+    *p++ = ':';
+    p = putDigits(p, t.minute, 2);
+    *p++ = ':';
+    p = putDigits(p, t.second, 2);
+    *p++ = '"';
+  }
+  *p = 0;
+}
+
 bool contains(unsigned char const* data, int size, char const* needle) {
   int const n = static_cast<int>(std::strlen(needle));
   for (int i = 0; i + n <= size; ++i) {
@@ -247,7 +284,9 @@ bool CCrashInfo::writeToXMLLog(CCrashTools& tools, wchar_t const* logPath, wchar
   if (!sessionOpen) file.writeOpeningTag("session", true);
   file.setDepth(2);
   file.writeChar('\n');
-  file.writeOpeningTag("centry", true, "level=\"ERROR\"");
+  char attributes[64];
+  entryAttributes(m_time, attributes);
+  file.writeOpeningTag("centry", true, attributes);
   if (summary != nullptr && summary[0] != 0) file.writeStringElement("summary", summary);
   writeXML(file, false);
   file.writeClosingTag("centry", true);

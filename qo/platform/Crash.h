@@ -25,6 +25,7 @@
 #include <cstdint>
 
 #include "qo/platform/LastError.h"
+#include "qo/platform/LocalTime.h"
 
 namespace qo::platform {
 
@@ -126,6 +127,11 @@ void crashRegisterPureVirtualFunction(void const* function);
 
 /// The current time as seconds since 1970-01-01 UTC.
 long long crashTimeNow();
+/// The local wall-clock time of secondsSince1970, as toLocalTime gives it,
+/// safely on the crash path. POSIX uses the offset from UTC in force when
+/// the hooks were installed (or at the first call), since the time-zone
+/// machinery takes locks; Windows converts with the time-zone rules.
+bool crashLocalTime(long long secondsSince1970, LocalTimeFields& out);
 /// The calling thread's OS id (as debuggers show it).
 std::uint32_t crashCurrentThreadId();
 /// Sleeps about millis milliseconds.

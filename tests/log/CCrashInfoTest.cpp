@@ -11,6 +11,7 @@
 #include "qo/log/CCrashFileAccess.h"
 #include "qo/log/CCrashHandler.h"
 #include "qo/log/CCrashTools.h"
+#include "qo/log/CXMLLog.h"
 
 #ifdef _WIN32
 #  include <windows.h>
@@ -313,9 +314,10 @@ protected:
   std::string main() const { return crashtest::readFile(m_folder.file("log.xml")); }
   std::string suffix() const { return crashtest::readFile(m_folder.file("log-suffix.xml")); }
 
-  // What writeToXMLLog adds for the entry at the session's depth.
+  // What writeToXMLLog adds for the entry at the session's depth; the entry
+  // carries its time as every log entry does.
   static std::string entryStart() {
-    return "\n\n    <centry level=\"ERROR\">\n"
+    return "\n\n    <centry level=\"ERROR\" time=\"" + CXMLLog::formatTime(12345).toUTF8() + "\">\n"
            "      <summary>App &amp; co crashed.</summary>\n"
            "      <crash type=\"crt terminate\" timestamp=\"12345\">\n"
            "        <crt-line>0</crt-line>\n"

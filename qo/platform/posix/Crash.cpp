@@ -29,6 +29,19 @@ using namespace posixcrash;
 
 namespace {
 
+std::atomic<bool> g_utcOffsetKnown{false};
+std::atomic<long> g_utcOffsetSeconds{0};
+
+// localtime_r may lock and allocate: done before any crash where possible.
+void learnUtcOffset() {
+  time_t const now = std::time(nullptr);
+  struct tm local{};
+  if (localtime_r(&now, &local) == nullptr) return;
+  g_utcOffsetSeconds = local.tm_gmtoff;
+  g_utcOffsetKnown = true;
+}
+
+
 // std::set_unexpected exists only where the standard library still declares
 // it (removed in C++17; libstdc++ keeps it deprecated up to C++17, libc++
 // and MSVC's library only on request).
@@ -263,6 +276,7 @@ void crashInstallHooks(CrashHooks const& hooks, CrashSavedHooks& previous) {
   previous.pureCallHandler = nullptr;
   previous.invalidParameterHandler = nullptr;
   previous.unhandledExceptionFilter = nullptr;
+  learnUtcOffset();
   previous.unexpectedHandler = hooks.onUnexpected != nullptr ? swapUnexpectedHandler(hooks.onUnexpected) : nullptr;
   previous.installed = true;
 }
@@ -340,6 +354,33 @@ bool crashIsInPureVirtualCall() {
 }
 
 long long crashTimeNow() { return static_cast<long long>(std::time(nullptr)); }
+
+
+bool crashLocalTime(long long secondsSince1970, LocalTimeFields& out) {
+  if (!g_utcOffsetKnown) learnUtcOffset();
+  long long const local = secondsSince1970 + g_utcOffsetSeconds.load();
+  long long days = local / 86400;
+  long long rest = local % 86400;
+  if (rest < 0) {
+    rest += 86400;
+    --days;
+  }
+  // Days since 1970-01-01 to a civil date (proleptic Gregorian calendar).
+  long long const z = days + 719468;
+  long long const era = (z >= 0 ? z : z - 146096) / 146097;
+  long long const doe = z - era * 146097;
+  long long const yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+  long long const doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+  long long const mp = (5 * doy + 2) / 153;
+  long long const month = mp < 10 ? mp + 3 : mp - 9;
+  out.year = static_cast<int>(yoe + era * 400 + (month <= 2 ? 1 : 0));
+  out.month = static_cast<int>(month);
+  out.day = static_cast<int>(doy - (153 * mp + 2) / 5 + 1);
+  out.hour = static_cast<int>(rest / 3600);
+  out.minute = static_cast<int>(rest / 60 % 60);
+  out.second = static_cast<int>(rest % 60);
+  return true;
+}
 
 std::uint32_t crashCurrentThreadId() { return static_cast<std::uint32_t>(syscall(SYS_gettid)); }
 

@@ -203,6 +203,12 @@ bool crashIsInPureVirtualCall() {
 
 long long crashTimeNow() { return static_cast<long long>(_time64(nullptr)); }
 
+// SystemTimeToTzSpecificLocalTime allocates nothing and takes no lock of
+// the library.
+bool crashLocalTime(long long secondsSince1970, LocalTimeFields& out) {
+  return !toLocalTime(secondsSince1970, out);
+}
+
 std::uint32_t crashCurrentThreadId() { return GetCurrentThreadId(); }
 
 void crashSleep(int millis) { Sleep(millis < 0 ? 0 : static_cast<DWORD>(millis)); }
