@@ -8,7 +8,7 @@
 namespace {
 
 // A reference-counted object that can only live on the heap.
-class CJob : public qo::TRequireNewAlloc<qo::CBase> {
+class CJob : public qo::TRequireNewAlloc<qo::CBase, CJob> {
 public:
   explicit CJob(qo::String name) : m_name(std::move(name)) {}
   qo::String const& getName() const { return m_name; }

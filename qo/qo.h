@@ -49,6 +49,8 @@
 #include "qo/core/TFlags.h"
 #include "qo/core/TList.h"
 #include "qo/core/TRequireNewAlloc.h"
+#include "qo/core/TRecycleItem.h"
+#include "qo/core/TRecyclePool.h"
 #include "qo/core/TSimpleType.h"
 #include "qo/core/TypeName.h"
 

@@ -16,6 +16,11 @@ CSystemError::CSystemError(String const& message, String const& function, String
                            String const& sysErrorText, CProps const& props)
     : CError(message, getPlatformDomain(), static_cast<long long>(code), withPlace(props, function, api, sysErrorText)) {}
 
+CSystemError::CSystemError(String const& message, String const& function, String const& windowsApi,
+                           platform::SysError const& error, CProps const& props)
+    : CSystemError(message, function, error.api != nullptr ? String(error.api) : windowsApi, error.code,
+                   String::wstringFromUTF8WithLatin1Fallback(error.text), props) {}
+
 CSystemError::CSystemError(CSystemError const& other) = default;
 CSystemError& CSystemError::operator=(CSystemError const& other) = default;
 CSystemError::~CSystemError() = default;

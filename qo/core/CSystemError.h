@@ -3,10 +3,10 @@
 // The domain names the kind of code: "WIN32" (GetLastError) on Windows,
 // "POSIX" (errno) elsewhere; the code is the OS's. Properties say where it
 // happened: "function" is the library function that made the call
-// ("CThread::start"), "api" the system call ("_beginthreadex"). The POSIX
-// build reports the same api names as Windows, naming the operation its own
-// calls stand in for. "sysErrorText", when known, is the OS's description of
-// the code.
+// ("CThread::start"), "api" the system call that failed: the Windows
+// function on Windows ("_beginthreadex"), the POSIX call on the other systems
+// ("pthread_create"), as the platform layer reports it. "sysErrorText", when
+// known, is the OS's description of the code.
 //
 //   throw CSystemError(u"Error creating thread.", u"CThread::start", u"_beginthreadex", code, text);
 //   // "Error creating thread. [WIN32 8 (api='_beginthreadex', function='CThread::start', sysErrorText='...')]"
@@ -19,6 +19,7 @@
 
 #include "qo/core/CError.h"
 #include "qo/core/Export.h"
+#include "qo/platform/LastError.h"
 
 namespace qo {
 
@@ -29,6 +30,11 @@ public:
   /// "api", "sysErrorText" (only when not empty) and the given extra ones.
   CSystemError(String const& message, String const& function, String const& api, std::uint32_t code,
                String const& sysErrorText = String(), CProps const& props = CProps());
+  /// The same from a platform failure: its code and text, and as "api" the
+  /// call it names, else windowsApi (the Windows function the library
+  /// calls there).
+  CSystemError(String const& message, String const& function, String const& windowsApi,
+               platform::SysError const& error, CProps const& props = CProps());
   CSystemError(CSystemError const& other);
   CSystemError& operator=(CSystemError const& other);
   ~CSystemError() override;

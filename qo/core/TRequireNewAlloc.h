@@ -3,11 +3,16 @@
 //
 // Objects whose life is governed by reference counting must not be built on
 // the stack or as members: a P would never be their last owner. Deriving
-// from TRequireNewAlloc<CBase> (instead of CBase) enforces it at run time:
-//   class CWorker : public TRequireNewAlloc<CBase> { ... };
+// from TRequireNewAlloc<CBase, CWorker> (instead of CBase) enforces it at run
+// time:
+//   class CWorker : public TRequireNewAlloc<CBase, CWorker> { ... };
 //   P<CWorker> w(new CWorker);  // fine
-//   CWorker onStack;            // throws CError "Objects of class ... must
-//                               // be allocated with new."
+//   CWorker onStack;            // throws CError "Objects of class CWorker
+//                               // must be allocated with new."
+// The check runs in a base constructor, where the object's own class is not
+// yet known to the run-time type system; so the class names itself as the
+// second argument. Without it (TRequireNewAlloc<CBase>) the message can only
+// name qo::TRequireNewAlloc<qo::CBase>.
 // Every allocation form of the class passes through
 // operator new(size_t, CBase::RawNew const&), which sets a per-thread flag;
 // the constructor reads and clears it in one step. The flag is per thread,
@@ -16,6 +21,7 @@
 #define QO_CORE_TREQUIRENEWALLOC_H
 
 #include <cstddef>
+#include <type_traits>
 #include <typeinfo>
 #include <utility>
 
@@ -47,8 +53,12 @@ struct _CRequireNewAllocCheck {
   }
 };
 
-template <class TBase>
-class TRequireNewAlloc : private _CRequireNewAllocCheck<TRequireNewAlloc<TBase>>, public TBase {
+/// TObject: the class being made heap-only, named in the error (void: the
+/// error names this template's instance).
+template <class TBase, class TObject = void>
+class TRequireNewAlloc
+    : private _CRequireNewAllocCheck<std::conditional_t<std::is_void_v<TObject>, TRequireNewAlloc<TBase>, TObject>>,
+      public TBase {
 public:
   /// Forwards to TBase's constructors. Throws CError when the object is not
   /// being built by new.

@@ -36,7 +36,7 @@ CCrashHandler::CCrashHandler(Path const& crashFolder, String const& applicationN
   platform::SysError const error = platform::crashCreateFolder(m_folder);
   if (error) {
     throw CSystemError(u"Error creating the crash folder.", u"CCrashHandler::CCrashHandler", u"CreateDirectoryW",
-                       error.code, String(std::string_view(error.text)), CProps().add(u"path", folder));
+                       error, CProps().add(u"path", folder));
   }
   if (!folder.EndsWith(CWindowsPathTraits::getSep())) folder += CWindowsPathTraits::getSepChar();
   // Room for "crash-", 20 digits and "-minidump.mdmp".

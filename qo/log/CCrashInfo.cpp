@@ -19,16 +19,41 @@ void copyText(wchar_t* target, wchar_t const* source) {
   target[n] = 0;
 }
 
-// "<prefix>-<name>" into a small buffer.
-char const* prefixed(char (&buffer)[48], char const* name) {
-  char const* prefix = platform::crashRecordTagPrefix();
-  std::size_t const p = std::strlen(prefix);
-  std::size_t const n = std::strlen(name);
-  if (p + 1 + n >= sizeof buffer) return name;
-  std::memcpy(buffer, prefix, p);
-  buffer[p] = '-';
-  std::memcpy(buffer + p + 1, name, n + 1);
-  return buffer;
+// Writes value with at least width digits (value >= 0).
+char* putDigits(char* out, long long value, int width) {
+  char digits[24];
+  int n = 0;
+  do {
+    digits[n++] = static_cast<char>('0' + value % 10);
+    value /= 10;
+  } while (value > 0 && n < 20);
+  while (n < width) digits[n++] = '0';
+  while (n > 0) *out++ = digits[--n];
+  return out;
+}
+
+// The attribute text of the log entry: level and, as every entry of the
+// session log carries, the entry's local time in the log's form.
+void entryAttributes(long long time, char (&out)[64]) {
+  char* p = out;
+  for (char const* s = "level=\"ERROR\""; *s != 0; ++s) *p++ = *s;
+  platform::LocalTimeFields t;
+  if (platform::crashLocalTime(time, t) && t.year >= 0 && t.year <= 9999) {
+    for (char const* s = " time=\""; *s != 0; ++s) *p++ = *s;
+    p = putDigits(p, t.year, 4);
+    *p++ = '-';
+    p = putDigits(p, t.month, 2);
+    *p++ = '-';
+    p = putDigits(p, t.day, 2);
+    *p++ = 'T';
+    p = putDigits(p, t.hour, 2);
+    *p++ = ':';
+    p = putDigits(p, t.minute, 2);
+    *p++ = ':';
+    p = putDigits(p, t.second, 2);
+    *p++ = '"';
+  }
+  *p = 0;
 }
 
 bool contains(unsigned char const* data, int size, char const* needle) {
@@ -186,17 +211,26 @@ void CCrashInfo::writeXML(CCrashFileAccess& file, bool standalone) noexcept {
     if (getModuleBaseAddress(value)) file.writeAddressElement("moduleBaseAddress", value);
     if (getCodeAddress(value)) file.writeAddressElement("codeAddress", value);
     if (getMemoryAddress(value)) file.writeAddressElement("memoryAddress", value);
-    char name[48];
-    file.writeAddressElement(prefixed(name, "code"), platform::crashRecordCode(m_record));
-    file.writeAddressElement(prefixed(name, "address"), platform::crashRecordAddress(m_record));
-    // Signed: a signal's si_code is negative for signals sent by a process.
-    file.writeInt64Element(prefixed(name, "flags"), static_cast<std::int32_t>(platform::crashRecordFlags(m_record)));
-    file.writeOpeningTag(prefixed(name, "parameters"), true);
+    // One format on every system: a POSIX signal appears as the nearest
+    // Windows exception, with the signal's own facts after it.
+    file.writeAddressElement("win32-code", platform::crashRecordCode(m_record));
+    file.writeAddressElement("win32-address", platform::crashRecordAddress(m_record));
+    file.writeInt64Element("win32-flags", platform::crashRecordFlags(m_record));
+    file.writeOpeningTag("win32-parameters", true);
     int const count = platform::crashRecordParameterCount(m_record);
     for (int i = 0; i < count; ++i) {
-      file.writeAddressElement(prefixed(name, "parameter"), platform::crashRecordParameter(m_record, i));
+      file.writeAddressElement("win32-parameter", platform::crashRecordParameter(m_record, i));
     }
-    file.writeClosingTag(prefixed(name, "parameters"), count > 0);
+    file.writeClosingTag("win32-parameters", count > 0);
+    int signalNumber = 0;
+    int signalCode = 0;
+    std::uint64_t signalAddress = 0;
+    if (platform::crashRecordSignal(m_record, signalNumber, signalCode, signalAddress)) {
+      file.writeInt64Element("signal-number", signalNumber);
+      // Negative for signals sent by a process (SI_USER, SI_TKILL).
+      file.writeInt64Element("signal-code", signalCode);
+      file.writeAddressElement("signal-address", signalAddress);
+    }
   } else {
     if (m_expression[0] != 0) file.writeStringElement("crt-expression", m_expression);
     if (m_function[0] != 0) file.writeStringElement("crt-function", m_function);
@@ -250,7 +284,9 @@ bool CCrashInfo::writeToXMLLog(CCrashTools& tools, wchar_t const* logPath, wchar
   if (!sessionOpen) file.writeOpeningTag("session", true);
   file.setDepth(2);
   file.writeChar('\n');
-  file.writeOpeningTag("centry", true, "level=\"ERROR\"");
+  char attributes[64];
+  entryAttributes(m_time, attributes);
+  file.writeOpeningTag("centry", true, attributes);
   if (summary != nullptr && summary[0] != 0) file.writeStringElement("summary", summary);
   writeXML(file, false);
   file.writeClosingTag("centry", true);

@@ -13,10 +13,13 @@
 //     its "-suffix" companion a well-formed document;
 //   - a minidump (writeWindowsMiniDumpUnsafe).
 // Integers are written in decimal, addresses as "0x" and 16 lower-case hex
-// digits. The OS values of a fault are written as `win32-code`,
-// `win32-address`, `win32-flags` and `win32-parameters` on Windows; POSIX
-// writes the same values of the signal under the prefix "signal-": the
-// signal number, the faulting instruction, si_code and si_addr.
+// digits. The file has one format on every system: the OS values of a fault
+// are `win32-code`, `win32-address`, `win32-flags` and `win32-parameters`.
+// POSIX gives a signal as the nearest exception (SIGSEGV as an access
+// violation 0xC0000005 with its access kind and address, SIGFPE as
+// 0xC0000094 ..., see platform::crashRecordCode) and adds the signal's own
+// facts: `signal-number`, `signal-code` (si_code) and `signal-address`
+// (si_addr).
 //
 //   CCrashInfo info;
 //   info.init(CCrashInfo::kCRTTerminate, 12345);

@@ -41,18 +41,11 @@ void CCrashManager::initHook() {
   hooks.onFault = &globalCrashHook;
   hooks.onPureCall = &globalPureCallHook;
   hooks.onInvalidParameter = &globalInvalidParamHook;
+  hooks.onUnexpected = &globalUnexpectedHook;
   platform::crashPrepareMinidump();
   g_pHookedManager = this;
   platform::crashInstallHooks(hooks, m_previousHooks);
   m_previousHooks.terminateHandler = reinterpret_cast<void*>(std::set_terminate(&globalTerminateHook));
-#if defined(__GLIBCXX__) || __cplusplus < 201703L
-  // Deprecated, but libstdc++ still calls it for code built before C++17;
-  // MSVC's C++17 library has no set_unexpected.
-#  pragma GCC diagnostic push
-#  pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-  m_previousHooks.unexpectedHandler = reinterpret_cast<void*>(std::set_unexpected(&globalUnexpectedHook));
-#  pragma GCC diagnostic pop
-#endif
   m_hooked = true;
   ensureThreadInitialized();
 }
@@ -61,12 +54,6 @@ void CCrashManager::deinitHook() {
   CMutexLock lock(m_mutex);
   if (!m_hooked) return;
   std::set_terminate(reinterpret_cast<std::terminate_handler>(m_previousHooks.terminateHandler));
-#if defined(__GLIBCXX__) || __cplusplus < 201703L
-#  pragma GCC diagnostic push
-#  pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-  std::set_unexpected(reinterpret_cast<std::unexpected_handler>(m_previousHooks.unexpectedHandler));
-#  pragma GCC diagnostic pop
-#endif
   platform::crashRestoreHooks(m_previousHooks);
   m_hooked = false;
   CCrashManager* self = this;

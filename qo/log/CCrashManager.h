@@ -17,6 +17,9 @@
 //     apart by finding __cxa_pure_virtual on the stack, and reports
 //     "crt purecall". An abort() that no hook caused is reported as
 //     "crt terminate".
+//   The unexpected handler is installed only where the standard library
+//   still declares std::set_unexpected (libstdc++ up to C++17; libc++ and
+//   MSVC's library only when asked to keep it).
 // Each library thread calls ensureThreadInitialized() when it starts
 // (CThread does); a thread that did not can still report its crashes,
 // except a stack overflow on POSIX.

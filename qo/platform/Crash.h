@@ -25,6 +25,7 @@
 #include <cstdint>
 
 #include "qo/platform/LastError.h"
+#include "qo/platform/LocalTime.h"
 
 namespace qo::platform {
 
@@ -61,8 +62,8 @@ struct CrashRecord {
 };
 
 /// The OS's and the C runtime's hooks, as handed to crashInstallHooks. Any
-/// of them may be null (not installed). The C++ runtime's terminate and
-/// unexpected handlers are the caller's own business (standard C++).
+/// of them may be null (not installed). The C++ runtime's terminate handler
+/// is the caller's own business (standard C++).
 struct CrashHooks {
   /// An unhandled fault. Returns normally; the platform then lets the
   /// process end as it would have without the hook.
@@ -72,11 +73,15 @@ struct CrashHooks {
   /// (wide texts, may be null) and line.
   void (*onInvalidParameter)(wchar_t const* expression, wchar_t const* function, wchar_t const* file,
                              unsigned line) = nullptr;
+  /// The C++ runtime's unexpected handler (std::set_unexpected), installed
+  /// only where the standard library still declares it (before C++17, or
+  /// kept as an extension).
+  void (*onUnexpected)() = nullptr;
 };
 
 /// The previous values of the hooks, kept to restore them (the terminate
-/// and unexpected handlers are kept here by the caller). Raw room for the
-/// POSIX signal actions.
+/// handler is kept here by the caller). Raw room for the POSIX signal
+/// actions.
 struct CrashSavedHooks {
   void* unhandledExceptionFilter = nullptr;
   void* unexpectedHandler = nullptr;
@@ -122,6 +127,11 @@ void crashRegisterPureVirtualFunction(void const* function);
 
 /// The current time as seconds since 1970-01-01 UTC.
 long long crashTimeNow();
+/// The local wall-clock time of secondsSince1970, as toLocalTime gives it,
+/// safely on the crash path. POSIX uses the offset from UTC in force when
+/// the hooks were installed (or at the first call), since the time-zone
+/// machinery takes locks; Windows converts with the time-zone rules.
+bool crashLocalTime(long long secondsSince1970, LocalTimeFields& out);
 /// The calling thread's OS id (as debuggers show it).
 std::uint32_t crashCurrentThreadId();
 /// Sleeps about millis milliseconds.
@@ -137,24 +147,31 @@ void crashRecordCaptureCurrent(CrashRecord& record);
 /// Whether the record holds a fault (as opposed to captured registers).
 bool crashRecordHasFault(CrashRecord const& record);
 CrashFaultKind crashRecordKind(CrashRecord const& record);
-/// The OS's code: the exception code (Windows) or the signal number.
+/// The exception code. POSIX maps the signal to the nearest one:
+/// SIGSEGV 0xC0000005 (0xC00000FD when the stack overflowed), SIGBUS
+/// 0xC0000006 (0x80000002 for a misaligned access), SIGFPE by its si_code
+/// 0xC0000094 (integer divide), 0xC0000095 (integer overflow), 0xC000008E
+/// (float divide), else 0xC0000090, SIGILL 0xC000001D, SIGABRT 0x40000015
+/// (fatal application exit), SIGTRAP 0x80000003, any other 0xE0000000 plus
+/// the signal number.
 std::uint32_t crashRecordCode(CrashRecord const& record);
-/// Exception flags (Windows) or the signal's si_code.
+/// Exception flags (Windows); 0 on POSIX.
 std::uint32_t crashRecordFlags(CrashRecord const& record);
 /// The exception address (Windows) or the faulting instruction (POSIX).
 std::uint64_t crashRecordAddress(CrashRecord const& record);
-/// The exception parameters (Windows) or the signal's si_addr (POSIX, one
-/// parameter for the fault signals, none otherwise).
+/// The exception parameters. POSIX gives them as Windows does for an access
+/// violation (SIGSEGV, SIGBUS): 1 for a write, else 0, then the address
+/// (si_addr); none for the other signals.
 int crashRecordParameterCount(CrashRecord const& record);
 std::uint64_t crashRecordParameter(CrashRecord const& record, int index);
+/// The signal facts behind a POSIX record: number, si_code and si_addr.
+/// False on Windows and for a record without a fault.
+bool crashRecordSignal(CrashRecord const& record, int& number, int& code, std::uint64_t& address);
 /// The instruction that faulted; false when not known.
 bool crashRecordCodeAddress(CrashRecord const& record, std::uint64_t& address);
 /// The memory address of an access violation, a misaligned access or a
 /// stack overflow; false for other faults.
 bool crashRecordMemoryAddress(CrashRecord const& record, std::uint64_t& address);
-/// The element name prefix of the record's OS values in the crash file:
-/// "win32" on Windows, "signal" on POSIX.
-char const* crashRecordTagPrefix();
 
 // --- modules --------------------------------------------------------------
 

@@ -212,9 +212,19 @@ P<IBackgroundOp> CBackgroundOpThread::addDeleteFileJob(IFileSystem* fs, CURI con
 }
 
 P<IBackgroundOp> CBackgroundOpThread::addJob(P<CJob> const& job) {
-  CMutexLock lock(m_queueMutex);
-  m_queue.push_back(job);
-  m_workSignal.set();
+  {
+    CMutexLock lock(m_queueMutex);
+    // After a restart stopSignalled is clear again while the new loop may
+    // not have begun yet; such a job waits for that loop.
+    if (!m_loopEnded || checkContinue()) {
+      m_queue.push_back(job);
+      m_workSignal.set();
+      return job;
+    }
+  }
+  // No loop will ever take it: waiting for it would hang.
+  CError const error(abortMessage());
+  job->finish(&error);
   return job;
 }
 
@@ -227,6 +237,10 @@ void CBackgroundOpThread::signalStop() {
 }
 
 void CBackgroundOpThread::runImpl() {
+  {
+    CMutexLock lock(m_queueMutex);
+    m_loopEnded = false;
+  }
   while (checkContinue()) {
     P<CJob> job;
     {
@@ -261,6 +275,8 @@ void CBackgroundOpThread::runImpl() {
     }
     job->finish(nullptr);
   }
+  CMutexLock lock(m_queueMutex);
+  m_loopEnded = true;
   abortQueuedJobs();
 }
 

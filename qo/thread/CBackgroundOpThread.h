@@ -14,7 +14,8 @@
 // its done signal and then tells its listener, at most once. When the worker
 // stops, every job still queued is finished with the error "Background
 // store operation aborted because CBackgroundOpThread needs to exit.", so
-// no waitFinished() hangs.
+// no waitFinished() hangs; a job added after the worker has stopped is
+// finished with that error at once.
 //
 //   m_worker = newP<CBackgroundOpThread>(this);   // context handed to jobs
 //   m_worker->start();
@@ -133,6 +134,9 @@ private:
   CMutex m_queueMutex;
   TList<P<CJob>> m_queue;
   CSignal m_workSignal;
+  // Set (under m_queueMutex) when the worker loop has ended; a job that
+  // arrives after that, before a new start, is aborted at once.
+  bool m_loopEnded = false;
 };
 
 }  // namespace qo

@@ -19,7 +19,7 @@ namespace {
 
 CSystemError systemError(char16_t const* message, char16_t const* function, char16_t const* api,
                          platform::SysError const& error, CProps const& props = CProps()) {
-  return CSystemError(message, function, api, error.code, String(std::string_view(error.text)), props);
+  return CSystemError(message, function, api, error, props);
 }
 
 // Runs one step of the entry routine; an escaping exception comes back as a
@@ -175,8 +175,9 @@ void CThread::threadHandler() {
     storeThreadError(runError);
     P<CError> finishError =
         runCatching([this] { onRunFinished(); }, u"CThread::onRunFinished threw an exception.");
-    // The body's failure is the one that matters; a second one is only logged.
-    if (!runError) storeThreadError(finishError);
+    // Caught likewise: a failing onRunFinished() leaves its own error as the
+    // thread's error, also after a failed body (both are logged).
+    storeThreadError(finishError);
   }
 
   // After this block the object may die at any moment (an owner of a

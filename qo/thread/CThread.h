@@ -139,7 +139,9 @@ protected:
   void deleteThis() override;
   /// The body. Default: runs the runnable (nothing when there is none).
   virtual void runImpl();
-  /// Called after runImpl() on the thread, also when it threw. Default: nothing.
+  /// Called after runImpl() on the thread, also when it threw. Default:
+  /// nothing. An exception it throws becomes the thread's error, replacing
+  /// one from runImpl() (both are logged).
   virtual void onRunFinished();
 
 private:

@@ -1,5 +1,6 @@
 #include "qo/thread/CThreadLocalStorageManager.h"
 
+#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -19,18 +20,48 @@ CSafeGlobalSlot& instanceSlot() {
 
 [[noreturn]] void throwTlsError(char16_t const* message, char16_t const* function, char16_t const* api,
                                 platform::SysError const& error) {
-  throw CSystemError(message, function, api, error.code, String(std::string_view(error.text)));
+  throw CSystemError(message, function, api, error);
 }
+
+// Every live manager, so that a thread's map handed back at the thread's end
+// finds the manager that made it. A plain std::mutex: constant-initialised,
+// so usable by threads that end while statics are set up or torn down.
+std::mutex g_liveMutex;
+CThreadLocalStorageManager* g_pFirstLive = nullptr;
 
 }  // namespace
 
 CThreadLocalStorageManager::CThreadLocalStorageManager() {
-  if (platform::SysError error = platform::tlsCreate(m_key))
+  if (platform::SysError error = platform::tlsCreate(m_key, &releaseMapAtThreadExit))
     throwTlsError(u"Error allocating a thread-local index.", u"CThreadLocalStorageManager constructor", u"TlsAlloc",
                   error);
+  std::lock_guard<std::mutex> lock(g_liveMutex);
+  m_pNextLive = g_pFirstLive;
+  g_pFirstLive = this;
+}
+
+void CThreadLocalStorageManager::releaseMapAtThreadExit(void* value) {
+  auto* map = static_cast<TValueMap*>(value);
+  bool owned = false;
+  {
+    std::lock_guard<std::mutex> lock(g_liveMutex);
+    for (CThreadLocalStorageManager* m = g_pFirstLive; m != nullptr && !owned; m = m->m_pNextLive) {
+      CMutexLock mapsLock(m->m_mapsMutex);
+      owned = m->m_maps.erase(map) != 0;
+    }
+  }
+  // Values released here may store new ones; the new map comes back in the
+  // next round of thread-exit calls.
+  if (owned) delete map;
 }
 
 CThreadLocalStorageManager::~CThreadLocalStorageManager() {
+  {
+    std::lock_guard<std::mutex> lock(g_liveMutex);
+    CThreadLocalStorageManager** link = &g_pFirstLive;
+    while (*link != nullptr && *link != this) link = &(*link)->m_pNextLive;
+    if (*link == this) *link = m_pNextLive;
+  }
   std::unordered_set<TValueMap*> maps;
   {
     CMutexLock lock(m_mapsMutex);

@@ -5,8 +5,9 @@
 // thread, a hash map from slot number to P<IBase>. Slots are numbered by a
 // counter and never reused. The map is created on a thread's first store and
 // dropped, with every value in it, by releaseAllThreadValues(): each CThread
-// does that at its end; code running its own threads must call it too.
-// Maps still present when the manager dies are dropped then.
+// does that at its end. A thread started otherwise (std::thread, the OS)
+// has its map dropped when it ends, on that thread. Maps still present when
+// the manager dies are dropped then.
 //
 //   int slot = CThreadLocalStorageManager::get()->createSlot();
 // Use CThreadLocalStorage rather than slots directly.
@@ -72,7 +73,10 @@ public:
   void setValueMapForThread(TValueMap* map);
 
 private:
+  static void releaseMapAtThreadExit(void* map);
+
   platform::NativeTlsKey m_key;
+  CThreadLocalStorageManager* m_pNextLive = nullptr;  // all live managers, for thread ends
   std::atomic<int> m_slotCounter{0};
   CMutex m_mapsMutex;  // guards m_maps
   std::unordered_set<TValueMap*> m_maps;

@@ -10,7 +10,7 @@ namespace qo {
 namespace {
 [[noreturn]] void throwEventError(char16_t const* message, String const& function, char16_t const* api,
                                   platform::SysError const& error) {
-  throw CSystemError(message, function, api, error.code, String(std::string_view(error.text)));
+  throw CSystemError(message, function, api, error);
 }
 }  // namespace
 

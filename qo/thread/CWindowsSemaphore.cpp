@@ -10,7 +10,7 @@ namespace qo {
 namespace {
 [[noreturn]] void throwSemaphoreError(char16_t const* message, char16_t const* function, char16_t const* api,
                                       platform::SysError const& error, String const& name) {
-  throw CSystemError(message, function, api, error.code, String(std::string_view(error.text)),
+  throw CSystemError(message, function, api, error,
                      CProps().addCond(!name.isEmpty(), u"name", name));
 }
 }  // namespace

@@ -11,37 +11,47 @@
 #include "qo/core/CError.h"
 
 namespace qo {
-namespace {
+namespace heaptest {
 
-class CHeapOnly : public TRequireNewAlloc<CBase> {
+class CHeapOnly : public TRequireNewAlloc<CBase, CHeapOnly> {
 public:
   CHeapOnly() = default;
   explicit CHeapOnly(int value) : m_value(value) {}
   int m_value = 0;
 };
 
+class CThrowsAfterCheckBase : public TRequireNewAlloc<CBase> {};
+
 class CThrowsAfterCheck : public TRequireNewAlloc<CBase> {
 public:
   CThrowsAfterCheck() { throw std::runtime_error("member failed"); }
 };
 
-const String kMessage = u"Objects of class qo::TRequireNewAlloc<qo::CBase> must be allocated with new.";
+template <class T>
+String stackConstructionError() {
+  try {
+    T onStack;
+    ADD_FAILURE() << "built on the stack";
+  } catch (CError const& e) {
+    EXPECT_EQ(e.getErrorCodeDomain(), String());
+    EXPECT_EQ(e.getErrorCode(), -1);
+    EXPECT_EQ(e.getParams().getSize(), 0);
+    EXPECT_TRUE(e.getCause().isNull());
+    return e.getMessage();
+  }
+  return String();
+}
 
 TEST(TRequireNewAllocTest, HeapObjectsAreBuiltStackObjectThrowsWithTypeName) {
   P<CHeapOnly> a(new CHeapOnly(5));
   EXPECT_EQ(a->m_value, 5);
   P<CHeapOnly> b(new (CBase::RawNew{}) CHeapOnly);
   EXPECT_EQ(b->getRefCountForDebugging(), 1);
-  try {
-    CHeapOnly onStack;
-    FAIL() << "built on the stack";
-  } catch (CError const& e) {
-    EXPECT_EQ(e.getMessage(), kMessage);
-    EXPECT_EQ(e.getErrorCodeDomain(), String());
-    EXPECT_EQ(e.getErrorCode(), -1);
-    EXPECT_EQ(e.getParams().getSize(), 0);
-    EXPECT_TRUE(e.getCause().isNull());
-  }
+  EXPECT_EQ(stackConstructionError<CHeapOnly>(),
+            String(u"Objects of class qo::heaptest::CHeapOnly must be allocated with new."));
+  // A class that does not name itself gets the base's name.
+  EXPECT_EQ(stackConstructionError<CThrowsAfterCheckBase>(),
+            String(u"Objects of class qo::TRequireNewAlloc<qo::CBase, void> must be allocated with new."));
 }
 
 TEST(TRequireNewAllocTest, MemberAndCopyOnStackThrowAndFailedConstructionLeavesNoFlag) {
@@ -87,5 +97,5 @@ TEST(TRequireNewAllocTest, FlagIsPerThread) {
   EXPECT_EQ(failures, 0);
 }
 
-}  // namespace
+}  // namespace heaptest
 }  // namespace qo

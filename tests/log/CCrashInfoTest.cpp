@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <regex>
 #include <string>
 
@@ -10,6 +11,7 @@
 #include "qo/log/CCrashFileAccess.h"
 #include "qo/log/CCrashHandler.h"
 #include "qo/log/CCrashTools.h"
+#include "qo/log/CXMLLog.h"
 
 #ifdef _WIN32
 #  include <windows.h>
@@ -125,35 +127,44 @@ TEST(CCrashInfoTest, NamesTheRuntimeKinds) {
 }
 
 TEST(CCrashInfoTest, NamesTheFaultKinds) {
+  TempFolder folder("info-kinds");
+  // exception: the code written as win32-code (on Windows the code itself).
   struct Case {
     unsigned code;
     int detail;
     char const* text;
+    unsigned exception;
   };
 #ifdef _WIN32
   Case const cases[] = {
-      {EXCEPTION_ACCESS_VIOLATION, 0, "access violation"},
-      {EXCEPTION_FLT_DIVIDE_BY_ZERO, 0, "floating point divide by zero"},
-      {EXCEPTION_FLT_INVALID_OPERATION, 0, "floating point error"},
-      {EXCEPTION_FLT_OVERFLOW, 0, "floating point error"},
-      {EXCEPTION_ILLEGAL_INSTRUCTION, 0, "illegal instruction"},
-      {EXCEPTION_INT_DIVIDE_BY_ZERO, 0, "integer divide by zero"},
-      {EXCEPTION_INT_OVERFLOW, 0, "integer overflow"},
-      {EXCEPTION_STACK_OVERFLOW, 0, "stack overflow"},
-      {EXCEPTION_DATATYPE_MISALIGNMENT, 0, "data misaligned"},
-      {EXCEPTION_BREAKPOINT, 0, "unknown"},
+      {EXCEPTION_ACCESS_VIOLATION, 0, "access violation", EXCEPTION_ACCESS_VIOLATION},
+      {EXCEPTION_FLT_DIVIDE_BY_ZERO, 0, "floating point divide by zero", EXCEPTION_FLT_DIVIDE_BY_ZERO},
+      {EXCEPTION_FLT_INVALID_OPERATION, 0, "floating point error", EXCEPTION_FLT_INVALID_OPERATION},
+      {EXCEPTION_FLT_OVERFLOW, 0, "floating point error", EXCEPTION_FLT_OVERFLOW},
+      {EXCEPTION_ILLEGAL_INSTRUCTION, 0, "illegal instruction", EXCEPTION_ILLEGAL_INSTRUCTION},
+      {EXCEPTION_INT_DIVIDE_BY_ZERO, 0, "integer divide by zero", EXCEPTION_INT_DIVIDE_BY_ZERO},
+      {EXCEPTION_INT_OVERFLOW, 0, "integer overflow", EXCEPTION_INT_OVERFLOW},
+      {EXCEPTION_STACK_OVERFLOW, 0, "stack overflow", EXCEPTION_STACK_OVERFLOW},
+      {EXCEPTION_DATATYPE_MISALIGNMENT, 0, "data misaligned", EXCEPTION_DATATYPE_MISALIGNMENT},
+      {EXCEPTION_BREAKPOINT, 0, "unknown", EXCEPTION_BREAKPOINT},
   };
 #elif defined(__x86_64__)
+  // Each signal as the nearest Windows exception.
   Case const cases[] = {
-      {SIGSEGV, SEGV_MAPERR, "access violation"},   {SIGBUS, BUS_ADRERR, "access violation"},
-      {SIGBUS, BUS_ADRALN, "data misaligned"},      {SIGFPE, FPE_INTDIV, "integer divide by zero"},
-      {SIGFPE, FPE_INTOVF, "integer overflow"},     {SIGFPE, FPE_FLTDIV, "floating point divide by zero"},
-      {SIGFPE, FPE_FLTINV, "floating point error"}, {SIGILL, ILL_ILLOPN, "illegal instruction"},
-      {SIGABRT, SI_TKILL, "crt terminate"},         {SIGTRAP, TRAP_BRKPT, "unknown"},
+      {SIGSEGV, SEGV_MAPERR, "access violation", 0xC0000005},
+      {SIGBUS, BUS_ADRERR, "access violation", 0xC0000006},
+      {SIGBUS, BUS_ADRALN, "data misaligned", 0x80000002},
+      {SIGFPE, FPE_INTDIV, "integer divide by zero", 0xC0000094},
+      {SIGFPE, FPE_INTOVF, "integer overflow", 0xC0000095},
+      {SIGFPE, FPE_FLTDIV, "floating point divide by zero", 0xC000008E},
+      {SIGFPE, FPE_FLTINV, "floating point error", 0xC0000090},
+      {SIGILL, ILL_ILLOPN, "illegal instruction", 0xC000001D},
+      {SIGABRT, SI_TKILL, "crt terminate", 0x40000015},
+      {SIGTRAP, TRAP_BRKPT, "unknown", 0x80000003},
   };
 #else
   GTEST_SKIP() << "the fault records are built for x86-64 only";
-  Case const cases[] = {{0, 0, ""}};
+  Case const cases[] = {{0, 0, "", 0}};
 #endif
   CCrashInfo info;
   for (Case const& c : cases) {
@@ -163,6 +174,9 @@ TEST(CCrashInfoTest, NamesTheFaultKinds) {
     info.init(fault.crash, 5);
     EXPECT_TRUE(info.isException());
     EXPECT_STREQ(c.text, info.getTypeString());
+    char code[64];
+    std::snprintf(code, sizeof code, "<win32-code>0x%016llx</win32-code>", static_cast<unsigned long long>(c.exception));
+    EXPECT_NE(std::string::npos, infoXml(folder, info).find(code)) << code;
   }
 }
 
@@ -216,13 +230,15 @@ TEST(CCrashInfoTest, WritesTheInfoFileOfAFaultExactly) {
       "  <win32-parameters></win32-parameters>";
 #else
   makeFault(fault, SIGFPE, FPE_INTDIV, 0x1234, 0x1234, 1);
+  // The same elements as on Windows, then the signal's own facts.
   char const* const details =
-      "  <signal-code>0x0000000000000008</signal-code>\n"
-      "  <signal-address>0x0000000000001234</signal-address>\n"
-      "  <signal-flags>1</signal-flags>\n"
-      "  <signal-parameters>\n"
-      "    <signal-parameter>0x0000000000001234</signal-parameter>\n"
-      "  </signal-parameters>";
+      "  <win32-code>0x00000000c0000094</win32-code>\n"
+      "  <win32-address>0x0000000000001234</win32-address>\n"
+      "  <win32-flags>0</win32-flags>\n"
+      "  <win32-parameters></win32-parameters>\n"
+      "  <signal-number>8</signal-number>\n"
+      "  <signal-code>1</signal-code>\n"
+      "  <signal-address>0x0000000000001234</signal-address>";
 #endif
   CCrashInfo info;
   info.init(fault.crash, 77);
@@ -298,9 +314,10 @@ protected:
   std::string main() const { return crashtest::readFile(m_folder.file("log.xml")); }
   std::string suffix() const { return crashtest::readFile(m_folder.file("log-suffix.xml")); }
 
-  // What writeToXMLLog adds for the entry at the session's depth.
+  // What writeToXMLLog adds for the entry at the session's depth; the entry
+  // carries its time as every log entry does.
   static std::string entryStart() {
-    return "\n\n    <centry level=\"ERROR\">\n"
+    return "\n\n    <centry level=\"ERROR\" time=\"" + CXMLLog::formatTime(12345).toUTF8() + "\">\n"
            "      <summary>App &amp; co crashed.</summary>\n"
            "      <crash type=\"crt terminate\" timestamp=\"12345\">\n"
            "        <crt-line>0</crt-line>\n"

@@ -247,6 +247,22 @@ TEST_F(CBackgroundOpThreadTest, AWorkerThatNeverRanAbortsItsJobsWhenDestroyed) {
   EXPECT_TRUE(m_fs->calls().empty());
 }
 
+TEST_F(CBackgroundOpThreadTest, AJobAddedAfterTheWorkerStoppedIsAbortedAtOnceAndARestartRunsJobsAgain) {
+  m_worker->start();
+  m_worker->stop(false);
+  P<CListener> late = newP<CListener>(m_journal, "late");
+  P<IBackgroundOp> op = m_worker->addDeleteFileJob(m_fs.get(), uri("x"), late.get());
+  EXPECT_TRUE(op->hasFinished());
+  expectError<CError>(*op, [](CError const& e) { EXPECT_EQ(kAbort, e.getMessage().toUTF8()); });
+  EXPECT_EQ(op.get(), late->op());
+
+  m_worker->start();
+  P<CListener> again = newP<CListener>(m_journal, "again");
+  EXPECT_TRUE(m_worker->addDeleteFileJob(m_fs.get(), uri("y"), again.get())->waitFinished(kLongWait));
+  EXPECT_EQ((std::vector<std::string>{std::string("late:") + kAbort, "again:ok"}), m_journal.waitFor(2));
+  EXPECT_EQ(std::vector<std::string>{"deleteFile(mem:///y,false)"}, m_fs->calls());
+}
+
 TEST_F(CBackgroundOpThreadTest, AFinishedJobDropsWhatItWorkedOn) {
   P<Buffer> data = pattern(10);
   P<CBufferStream> source = streamOf(data);

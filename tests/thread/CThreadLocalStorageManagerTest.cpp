@@ -8,6 +8,7 @@
 #include <atomic>
 #include <thread>
 
+#include "qo/thread/CSignal.h"
 #include "thread/ThreadTestSupport.h"
 
 namespace qo {
@@ -60,16 +61,34 @@ TEST(CThreadLocalStorageManagerTest, ValuesStoredWhileReleasingAreReleasedToo) {
   EXPECT_EQ(manager->getValueMapForThread(false), nullptr);
 }
 
-TEST(CThreadLocalStorageManagerTest, MapsOfThreadsThatNeverReleasedDieWithTheManager) {
-  std::atomic<int> live{0};
-  auto manager = newP<CThreadLocalStorageManager>();
-  int slot = manager->createSlot();
-  std::thread foreign([&] { manager->setValue(slot, newP<CCounted>(live).get()); });
-  foreign.join();
-  EXPECT_EQ(live.load(), 1);
-  EXPECT_TRUE(manager->getValue(slot).isNull());  // not this thread's
-  manager.reset();
-  EXPECT_EQ(live.load(), 0);
+// A thread not started through CThread never calls releaseAllThreadValues():
+// its values go when it ends (also ones stored while they go), or with the
+// manager when that dies first.
+TEST(CThreadLocalStorageManagerTest, ForeignThreadsValuesGoWhenTheThreadEndsOrWithTheManager) {
+  for (bool managerDiesFirst : {false, true}) {
+    SCOPED_TRACE(managerDiesFirst);
+    std::atomic<int> live{0};
+    auto manager = newP<CThreadLocalStorageManager>();
+    int const slot = manager->createSlot();
+    CSignal stored, managerGone;
+    std::thread foreign([&, m = manager.get()] {
+      m->setValue(slot, newP<CCounted>(live).get());
+      if (!managerDiesFirst) m->setValue(m->createSlot(), newP<CReStoring>(P<CThreadLocalStorageManager>::share(m), m->createSlot(), live).get());
+      stored.set();
+      if (managerDiesFirst) (void)managerGone.wait(-1);
+    });
+    ASSERT_TRUE(stored.wait(-1));
+    EXPECT_TRUE(manager->getValue(slot).isNull());  // not this thread's
+    if (managerDiesFirst) {
+      EXPECT_EQ(live.load(), 1);
+      manager.reset();
+      managerGone.set();
+      foreign.join();
+    } else {
+      foreign.join();
+    }
+    EXPECT_EQ(live.load(), 0);
+  }
 }
 
 TEST(CThreadLocalStorageManagerTest, GlobalInstanceIsRecreatedAfterDispose) {

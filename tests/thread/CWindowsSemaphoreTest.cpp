@@ -28,16 +28,19 @@ TEST(CWindowsSemaphoreTest, FailuresNameTheirPlace) {
   String const missing = uniqueName(u"missing");
   struct Case {
     std::function<void()> call;
-    char16_t const *function, *api, *message;
+    char16_t const *function, *windowsApi, *posixApi, *message;
   };
   char16_t const* const kCreate = u"CWindowsSemaphore::constructCreateOrOpen";
   std::vector<Case> const cases = {
-      {[&] { full.incValue(); }, u"CWindowsSemaphore::incValue", u"ReleaseSemaphore", u"Error releasing semaphore."},
-      {[] { CWindowsSemaphore s(String(), 0, 0); }, kCreate, u"CreateSemaphore", u"Error creating semaphore."},
-      {[] { CWindowsSemaphore s(String(), 3, 2); }, kCreate, u"CreateSemaphore", u"Error creating semaphore."},
-      {[] { CWindowsSemaphore s(String(), 0, 0x80000000u); }, kCreate, u"CreateSemaphore",
+      {[&] { full.incValue(); }, u"CWindowsSemaphore::incValue", u"ReleaseSemaphore", u"sem_post",
+       u"Error releasing semaphore."},
+      {[] { CWindowsSemaphore s(String(), 0, 0); }, kCreate, u"CreateSemaphore", u"sem_init",
        u"Error creating semaphore."},
-      {[&] { CWindowsSemaphore s(missing); }, u"CWindowsSemaphore::constructOpen", u"OpenSemaphore",
+      {[] { CWindowsSemaphore s(String(), 3, 2); }, kCreate, u"CreateSemaphore", u"sem_init",
+       u"Error creating semaphore."},
+      {[] { CWindowsSemaphore s(String(), 0, 0x80000000u); }, kCreate, u"CreateSemaphore", u"sem_init",
+       u"Error creating semaphore."},
+      {[&] { CWindowsSemaphore s(missing); }, u"CWindowsSemaphore::constructOpen", u"OpenSemaphore", u"sem_open",
        u"Error opening semaphore."},
   };
   for (Case const& c : cases) {
@@ -47,11 +50,13 @@ TEST(CWindowsSemaphoreTest, FailuresNameTheirPlace) {
       ADD_FAILURE() << "no error";
     } catch (CSystemError const& e) {
       EXPECT_EQ(e.getParams().lookup(u"function"), String(c.function));
-      EXPECT_EQ(e.getParams().lookup(u"api"), String(c.api));
+      // The call that failed on this system, never another system's name.
+      bool const posix = CSystemError::getPlatformDomain() == String(u"POSIX");
+      EXPECT_EQ(e.getParams().lookup(u"api"), String(posix ? c.posixApi : c.windowsApi));
       EXPECT_EQ(e.getErrorCodeDomain(), CSystemError::getPlatformDomain());
       EXPECT_NE(e.getErrorCode(), 0);
       EXPECT_EQ(e.getMessage(), String(c.message));
-      if (String(c.api) == String(u"OpenSemaphore")) EXPECT_EQ(e.getParams().lookup(u"name"), missing);
+      if (String(c.windowsApi) == String(u"OpenSemaphore")) EXPECT_EQ(e.getParams().lookup(u"name"), missing);
     }
   }
   EXPECT_TRUE(full.decValue(0));  // the refused release left the count at the maximum

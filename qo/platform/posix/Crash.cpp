@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <ctime>
 #include <new>
 
@@ -27,6 +28,53 @@ namespace qo::platform {
 using namespace posixcrash;
 
 namespace {
+
+std::atomic<bool> g_utcOffsetKnown{false};
+std::atomic<long> g_utcOffsetSeconds{0};
+
+// localtime_r may lock and allocate: done before any crash where possible.
+void learnUtcOffset() {
+  time_t const now = std::time(nullptr);
+  struct tm local{};
+  if (localtime_r(&now, &local) == nullptr) return;
+  g_utcOffsetSeconds = local.tm_gmtoff;
+  g_utcOffsetKnown = true;
+}
+
+
+// std::set_unexpected exists only where the standard library still declares
+// it (removed in C++17; libstdc++ keeps it deprecated up to C++17, libc++
+// and MSVC's library only on request).
+#if defined(_LIBCPP_VERSION)
+#  if _LIBCPP_STD_VER <= 14 || defined(_LIBCPP_ENABLE_CXX17_REMOVED_UNEXPECTED_FUNCTIONS)
+#    define QO_HAVE_SET_UNEXPECTED 1
+#  endif
+#elif defined(__GLIBCXX__)
+#  if __cplusplus < 201703L || (__cplusplus <= 201703L && _GLIBCXX_USE_DEPRECATED)
+#    define QO_HAVE_SET_UNEXPECTED 1
+#  endif
+#elif defined(_HAS_UNEXPECTED)
+#  if _HAS_UNEXPECTED
+#    define QO_HAVE_SET_UNEXPECTED 1
+#  endif
+#endif
+
+// Swaps the C++ runtime's unexpected handler; null where there is none.
+void* swapUnexpectedHandler(void (*handler)()) {
+#if defined(QO_HAVE_SET_UNEXPECTED)
+#  if defined(__GNUC__)
+#    pragma GCC diagnostic push
+#    pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+#  endif
+  return reinterpret_cast<void*>(std::set_unexpected(handler));
+#  if defined(__GNUC__)
+#    pragma GCC diagnostic pop
+#  endif
+#else
+  (void)handler;
+  return nullptr;
+#endif
+}
 
 // --- process-wide hook state ---------------------------------------------------
 
@@ -228,6 +276,8 @@ void crashInstallHooks(CrashHooks const& hooks, CrashSavedHooks& previous) {
   previous.pureCallHandler = nullptr;
   previous.invalidParameterHandler = nullptr;
   previous.unhandledExceptionFilter = nullptr;
+  learnUtcOffset();
+  previous.unexpectedHandler = hooks.onUnexpected != nullptr ? swapUnexpectedHandler(hooks.onUnexpected) : nullptr;
   previous.installed = true;
 }
 
@@ -235,6 +285,9 @@ void crashRestoreHooks(CrashSavedHooks& previous) {
   if (!previous.installed) return;
   auto* saved = std::launder(reinterpret_cast<SavedActions*>(previous.signalActions));
   for (int i = 0; i < kSignalCount; ++i) sigaction(kSignals[i], &saved->actions[i], nullptr);
+  if (previous.unexpectedHandler != nullptr) {
+    swapUnexpectedHandler(reinterpret_cast<void (*)()>(previous.unexpectedHandler));
+  }
   g_pPreviousActions = nullptr;
   g_hooks = CrashHooks();
   previous.installed = false;
@@ -301,6 +354,33 @@ bool crashIsInPureVirtualCall() {
 }
 
 long long crashTimeNow() { return static_cast<long long>(std::time(nullptr)); }
+
+
+bool crashLocalTime(long long secondsSince1970, LocalTimeFields& out) {
+  if (!g_utcOffsetKnown) learnUtcOffset();
+  long long const local = secondsSince1970 + g_utcOffsetSeconds.load();
+  long long days = local / 86400;
+  long long rest = local % 86400;
+  if (rest < 0) {
+    rest += 86400;
+    --days;
+  }
+  // Days since 1970-01-01 to a civil date (proleptic Gregorian calendar).
+  long long const z = days + 719468;
+  long long const era = (z >= 0 ? z : z - 146096) / 146097;
+  long long const doe = z - era * 146097;
+  long long const yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+  long long const doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+  long long const mp = (5 * doy + 2) / 153;
+  long long const month = mp < 10 ? mp + 3 : mp - 9;
+  out.year = static_cast<int>(yoe + era * 400 + (month <= 2 ? 1 : 0));
+  out.month = static_cast<int>(month);
+  out.day = static_cast<int>(doy - (153 * mp + 2) / 5 + 1);
+  out.hour = static_cast<int>(rest / 3600);
+  out.minute = static_cast<int>(rest / 60 % 60);
+  out.second = static_cast<int>(rest % 60);
+  return true;
+}
 
 std::uint32_t crashCurrentThreadId() { return static_cast<std::uint32_t>(syscall(SYS_gettid)); }
 
@@ -381,21 +461,52 @@ CrashFaultKind crashRecordKind(CrashRecord const& record) {
   }
 }
 
-std::uint32_t crashRecordCode(CrashRecord const& record) { return static_cast<std::uint32_t>(rec(record).signal); }
-
-std::uint32_t crashRecordFlags(CrashRecord const& record) {
-  return rec(record).hasFault ? static_cast<std::uint32_t>(rec(record).info.si_code) : 0;
+std::uint32_t crashRecordCode(CrashRecord const& record) {
+  PosixRecord const& r = rec(record);
+  switch (crashRecordKind(record)) {
+    case CrashFaultKind::kAccessViolation: return r.signal == SIGBUS ? 0xC0000006u : 0xC0000005u;
+    case CrashFaultKind::kStackOverflow: return 0xC00000FDu;
+    case CrashFaultKind::kDataMisaligned: return 0x80000002u;
+    case CrashFaultKind::kIntDivideByZero: return 0xC0000094u;
+    case CrashFaultKind::kIntOverflow: return 0xC0000095u;
+    case CrashFaultKind::kFloatDivideByZero: return 0xC000008Eu;
+    case CrashFaultKind::kFloatError: return 0xC0000090u;
+    case CrashFaultKind::kIllegalInstruction: return 0xC000001Du;
+    case CrashFaultKind::kAbort: return 0x40000015u;
+    case CrashFaultKind::kUnknown: break;
+  }
+  if (r.signal == SIGTRAP) return 0x80000003u;
+  return 0xE0000000u + static_cast<std::uint32_t>(r.signal & 0xFF);
 }
+
+std::uint32_t crashRecordFlags(CrashRecord const&) { return 0; }
 
 std::uint64_t crashRecordAddress(CrashRecord const& record) { return instructionPointer(rec(record)); }
 
 int crashRecordParameterCount(CrashRecord const& record) {
-  return rec(record).hasFault && isFaultSignal(rec(record).signal) ? 1 : 0;
+  PosixRecord const& r = rec(record);
+  return r.magic == kRecordMagic && r.hasFault && (r.signal == SIGSEGV || r.signal == SIGBUS) ? 2 : 0;
 }
 
 std::uint64_t crashRecordParameter(CrashRecord const& record, int index) {
-  if (index != 0 || crashRecordParameterCount(record) == 0) return 0;
-  return reinterpret_cast<std::uintptr_t>(rec(record).info.si_addr);
+  if (index < 0 || index >= crashRecordParameterCount(record)) return 0;
+  PosixRecord const& r = rec(record);
+  if (index == 1) return reinterpret_cast<std::uintptr_t>(r.info.si_addr);
+#if defined(__x86_64__)
+  // The page-fault error code: bit 1 is set for a write.
+  return (static_cast<std::uint64_t>(r.context.uc_mcontext.gregs[REG_ERR]) & 2u) != 0 ? 1 : 0;
+#else
+  return 0;
+#endif
+}
+
+bool crashRecordSignal(CrashRecord const& record, int& number, int& code, std::uint64_t& address) {
+  PosixRecord const& r = rec(record);
+  if (r.magic != kRecordMagic || !r.hasFault) return false;
+  number = r.signal;
+  code = r.info.si_code;
+  address = reinterpret_cast<std::uintptr_t>(r.info.si_addr);
+  return true;
 }
 
 bool crashRecordCodeAddress(CrashRecord const& record, std::uint64_t& address) {
@@ -417,7 +528,6 @@ bool crashRecordMemoryAddress(CrashRecord const& record, std::uint64_t& address)
   }
 }
 
-char const* crashRecordTagPrefix() { return "signal"; }
 
 // --- modules -----------------------------------------------------------------------
 
@@ -504,7 +614,7 @@ void crashFileClose(CrashFileHandle file) {
 SysError crashCreateFolder(wchar_t const* path) {
   char narrow[4096];
   if (utf8FromWide(path, narrow, sizeof narrow, true) <= 0) {
-    return SysError{static_cast<std::uint32_t>(EINVAL), sysErrorText(EINVAL)};
+    return sysErrorOf(EINVAL, "mkdir");
   }
   // Each prefix that ends before a separator, then the whole path.
   for (char* p = narrow + 1;; ++p) {
@@ -514,14 +624,14 @@ SysError crashCreateFolder(wchar_t const* path) {
     if (::mkdir(narrow, 0755) != 0 && errno != EEXIST) {
       int const code = errno;
       *p = saved;
-      if (saved == 0) return SysError{static_cast<std::uint32_t>(code), sysErrorText(static_cast<std::uint32_t>(code))};
+      if (saved == 0) return sysErrorOf(static_cast<std::uint32_t>(code), "mkdir");
     }
     *p = saved;
     if (saved == 0) break;
   }
   struct stat st{};
-  if (::stat(narrow, &st) != 0) return lastSysError();
-  if (!S_ISDIR(st.st_mode)) return SysError{static_cast<std::uint32_t>(ENOTDIR), sysErrorText(ENOTDIR)};
+  if (::stat(narrow, &st) != 0) return lastSysError("stat");
+  if (!S_ISDIR(st.st_mode)) return sysErrorOf(ENOTDIR, "mkdir");
   return SysError();
 }
 

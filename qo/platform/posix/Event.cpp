@@ -23,17 +23,17 @@ using posixwait::fromCode;
 SysError eventCreate(bool manualReset, bool initialState, NativeEvent*& event) {
   event = nullptr;
   auto* e = new (std::nothrow) NativeEvent;
-  if (!e) return fromCode(ENOMEM);
+  if (!e) return fromCode(ENOMEM, "malloc");
   int rc = pthread_mutex_init(&e->mutex, nullptr);
   if (rc != 0) {
     delete e;
-    return fromCode(rc);
+    return fromCode(rc, "pthread_mutex_init");
   }
   rc = posixwait::initMonotonicCond(e->cond);
   if (rc != 0) {
     pthread_mutex_destroy(&e->mutex);
     delete e;
-    return fromCode(rc);
+    return fromCode(rc, "pthread_cond_init");
   }
   e->manualReset = manualReset;
   e->state = initialState;
@@ -78,7 +78,7 @@ SysError eventWait(NativeEvent* event, int timeoutMillis, bool& signalled) {
       int rc = pthread_cond_timedwait(&event->cond, &event->mutex, &at);
       if (rc == ETIMEDOUT) break;
       if (rc != 0) {
-        error = fromCode(rc);
+        error = fromCode(rc, "pthread_cond_timedwait");
         break;
       }
     }

@@ -21,9 +21,8 @@ std::string sysErrorText(std::uint32_t code) {
 #endif
 }
 
-SysError lastSysError() {
-  std::uint32_t code = getLastSysError();
-  return SysError{code, sysErrorText(code)};
-}
+SysError lastSysError(char const* api) { return sysErrorOf(getLastSysError(), api); }
+
+SysError sysErrorOf(std::uint32_t code, char const* api) { return SysError{code, sysErrorText(code), api}; }
 
 }  // namespace qo::platform

@@ -15,10 +15,8 @@
 
 namespace qo::platform::posixwait {
 
-/// The error for an errno-style result code.
-inline SysError fromCode(int code) {
-  return SysError{static_cast<std::uint32_t>(code), sysErrorText(static_cast<std::uint32_t>(code))};
-}
+/// The error for an errno-style result code of the call api.
+inline SysError fromCode(int code, char const* api) { return sysErrorOf(static_cast<std::uint32_t>(code), api); }
 
 /// Initialises cond to measure timeouts on CLOCK_MONOTONIC.
 inline int initMonotonicCond(pthread_cond_t& cond) {

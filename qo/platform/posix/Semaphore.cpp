@@ -34,17 +34,17 @@ std::string posixName(char const* utf8Name) {
 
 SysError createUnnamed(unsigned initialValue, unsigned maxValue, NativeSemaphore*& semaphore) {
   auto* s = new (std::nothrow) NativeSemaphore;
-  if (!s) return fromCode(ENOMEM);
+  if (!s) return fromCode(ENOMEM, "malloc");
   int rc = pthread_mutex_init(&s->mutex, nullptr);
   if (rc != 0) {
     delete s;
-    return fromCode(rc);
+    return fromCode(rc, "pthread_mutex_init");
   }
   rc = posixwait::initMonotonicCond(s->cond);
   if (rc != 0) {
     pthread_mutex_destroy(&s->mutex);
     delete s;
-    return fromCode(rc);
+    return fromCode(rc, "pthread_cond_init");
   }
   s->count = initialValue;
   s->maxValue = maxValue;
@@ -56,7 +56,7 @@ SysError wrapNamed(sem_t* named, unsigned maxValue, NativeSemaphore*& semaphore)
   auto* s = new (std::nothrow) NativeSemaphore;
   if (!s) {
     sem_close(named);
-    return fromCode(ENOMEM);
+    return fromCode(ENOMEM, "malloc");
   }
   s->named = named;
   s->maxValue = maxValue;
@@ -86,7 +86,7 @@ SysError waitNamed(sem_t* named, int timeoutMillis, bool& acquired) {
     return {};
   }
   if (errno == ETIMEDOUT || errno == EAGAIN) return {};
-  return lastSysError();
+  return lastSysError(timeoutMillis < 0 ? "sem_wait" : timeoutMillis == 0 ? "sem_trywait" : "sem_timedwait");
 }
 
 }  // namespace
@@ -95,7 +95,8 @@ SysError semaphoreCreate(char const* utf8Name, unsigned initialValue, unsigned m
                          bool& created) {
   semaphore = nullptr;
   created = false;
-  if (maxValue == 0 || maxValue > 0x7fffffffu || initialValue > maxValue) return fromCode(EINVAL);
+  if (maxValue == 0 || maxValue > 0x7fffffffu || initialValue > maxValue)
+    return fromCode(EINVAL, utf8Name && *utf8Name ? "sem_open" : "sem_init");
   if (!utf8Name || !*utf8Name) {
     created = true;
     return createUnnamed(initialValue, maxValue, semaphore);
@@ -106,17 +107,17 @@ SysError semaphoreCreate(char const* utf8Name, unsigned initialValue, unsigned m
     created = true;
     return wrapNamed(named, maxValue, semaphore);
   }
-  if (errno != EEXIST) return lastSysError();
+  if (errno != EEXIST) return lastSysError("sem_open");
   named = sem_open(name.c_str(), 0);
-  if (named == SEM_FAILED) return lastSysError();
+  if (named == SEM_FAILED) return lastSysError("sem_open");
   return wrapNamed(named, SEM_VALUE_MAX, semaphore);
 }
 
 SysError semaphoreOpen(char const* utf8Name, NativeSemaphore*& semaphore) {
   semaphore = nullptr;
-  if (!utf8Name || !*utf8Name) return fromCode(EINVAL);
+  if (!utf8Name || !*utf8Name) return fromCode(EINVAL, "sem_open");
   sem_t* named = sem_open(posixName(utf8Name).c_str(), 0);
-  if (named == SEM_FAILED) return lastSysError();
+  if (named == SEM_FAILED) return lastSysError("sem_open");
   return wrapNamed(named, SEM_VALUE_MAX, semaphore);
 }
 
@@ -136,8 +137,8 @@ SysError semaphoreRelease(NativeSemaphore* semaphore) {
     int value = 0;
     if (sem_getvalue(semaphore->named, &value) == 0 && value >= 0 &&
         static_cast<unsigned>(value) >= semaphore->maxValue)
-      return fromCode(EOVERFLOW);
-    if (sem_post(semaphore->named) != 0) return lastSysError();
+      return fromCode(EOVERFLOW, "sem_post");
+    if (sem_post(semaphore->named) != 0) return lastSysError("sem_post");
     return {};
   }
   pthread_mutex_lock(&semaphore->mutex);
@@ -147,7 +148,7 @@ SysError semaphoreRelease(NativeSemaphore* semaphore) {
     pthread_cond_signal(&semaphore->cond);
   }
   pthread_mutex_unlock(&semaphore->mutex);
-  return full ? fromCode(EOVERFLOW) : SysError{};
+  return full ? fromCode(EOVERFLOW, "sem_post") : SysError{};
 }
 
 SysError semaphoreWait(NativeSemaphore* semaphore, int timeoutMillis, bool& acquired) {
@@ -163,7 +164,7 @@ SysError semaphoreWait(NativeSemaphore* semaphore, int timeoutMillis, bool& acqu
       int rc = pthread_cond_timedwait(&semaphore->cond, &semaphore->mutex, &at);
       if (rc == ETIMEDOUT) break;
       if (rc != 0) {
-        error = fromCode(rc);
+        error = fromCode(rc, "pthread_cond_timedwait");
         break;
       }
     }

@@ -80,7 +80,7 @@ SysError threadStart(ThreadFunc func, void* arg, ThreadHandle& handle, std::uint
   id = 0;
   crtErrno = 0;
   auto* t = new (std::nothrow) NativeThread;
-  if (!t) return fromCode(ENOMEM);
+  if (!t) return fromCode(ENOMEM, "malloc");
   t->func = func;
   t->arg = arg;
   posixwait::initMonotonicCond(t->cond);
@@ -89,7 +89,7 @@ SysError threadStart(ThreadFunc func, void* arg, ThreadHandle& handle, std::uint
     pthread_cond_destroy(&t->cond);
     pthread_mutex_destroy(&t->mutex);
     delete t;
-    return fromCode(rc);
+    return fromCode(rc, "pthread_create");
   }
   // The caller needs the id at once (a thread compares it with its own), and
   // only the new thread can read its kernel id.
@@ -103,7 +103,7 @@ SysError threadStart(ThreadFunc func, void* arg, ThreadHandle& handle, std::uint
 
 SysError threadWait(ThreadHandle handle, int timeoutMillis, bool& finished) {
   finished = false;
-  if (!handle) return fromCode(EINVAL);
+  if (!handle) return fromCode(EINVAL, "pthread_join");
   pthread_mutex_lock(&handle->mutex);
   if (timeoutMillis < 0) {
     while (!handle->ended) pthread_cond_wait(&handle->cond, &handle->mutex);
@@ -119,7 +119,7 @@ SysError threadWait(ThreadHandle handle, int timeoutMillis, bool& finished) {
     // The body is done; joining only waits for the thread's own exit, so
     // "finished" means the thread is really gone, as on Windows.
     int rc = pthread_join(handle->thread, nullptr);
-    if (rc != 0) return fromCode(rc);
+    if (rc != 0) return fromCode(rc, "pthread_join");
     handle->joined = true;
   }
   return {};
@@ -149,7 +149,7 @@ SysError threadIsAliveById(std::uint64_t id, bool& alive) {
     return {};
   }
   if (errno == ESRCH) return {};
-  return lastSysError();
+  return lastSysError("tgkill");
 #else
   alive = id == threadCurrentId();
   return {};
@@ -159,7 +159,8 @@ SysError threadIsAliveById(std::uint64_t id, bool& alive) {
 SysError threadKillById(std::uint64_t, int) {
   return SysError{static_cast<std::uint32_t>(ENOTSUP),
                   "ending another thread is not supported on POSIX (it would leave locks and memory in an undefined "
-                  "state)"};
+                  "state)",
+                  "pthread_kill"};
 }
 
 void threadSetName(std::uint64_t id, char const* utf8Name) {

@@ -4,10 +4,13 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <ctime>
 #include <new>
 
-#include <cxxabi.h>
+#if defined(__GLIBCXX__)
+#  include <cxxabi.h>
+#endif
 #include <windows.h>
 
 #include <stdlib.h>
@@ -23,6 +26,40 @@ namespace qo::platform {
 using namespace win32crash;
 
 namespace {
+
+// std::set_unexpected exists only where the standard library still declares
+// it (removed in C++17; libstdc++ keeps it deprecated up to C++17, libc++
+// and MSVC's library only on request).
+#if defined(_LIBCPP_VERSION)
+#  if _LIBCPP_STD_VER <= 14 || defined(_LIBCPP_ENABLE_CXX17_REMOVED_UNEXPECTED_FUNCTIONS)
+#    define QO_HAVE_SET_UNEXPECTED 1
+#  endif
+#elif defined(__GLIBCXX__)
+#  if __cplusplus < 201703L || (__cplusplus <= 201703L && _GLIBCXX_USE_DEPRECATED)
+#    define QO_HAVE_SET_UNEXPECTED 1
+#  endif
+#elif defined(_HAS_UNEXPECTED)
+#  if _HAS_UNEXPECTED
+#    define QO_HAVE_SET_UNEXPECTED 1
+#  endif
+#endif
+
+// Swaps the C++ runtime's unexpected handler; null where there is none.
+void* swapUnexpectedHandler(void (*handler)()) {
+#if defined(QO_HAVE_SET_UNEXPECTED)
+#  if defined(__GNUC__)
+#    pragma GCC diagnostic push
+#    pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+#  endif
+  return reinterpret_cast<void*>(std::set_unexpected(handler));
+#  if defined(__GNUC__)
+#    pragma GCC diagnostic pop
+#  endif
+#else
+  (void)handler;
+  return nullptr;
+#endif
+}
 
 // --- process-wide hook state ---------------------------------------------------
 
@@ -96,6 +133,7 @@ void crashInstallHooks(CrashHooks const& hooks, CrashSavedHooks& previous) {
   previous.pureCallHandler = reinterpret_cast<void*>(_set_purecall_handler(&pureCallHandler));
   previous.invalidParameterHandler =
       reinterpret_cast<void*>(_set_invalid_parameter_handler(&invalidParameterHandler));
+  previous.unexpectedHandler = hooks.onUnexpected != nullptr ? swapUnexpectedHandler(hooks.onUnexpected) : nullptr;
   previous.installed = true;
 }
 
@@ -104,6 +142,9 @@ void crashRestoreHooks(CrashSavedHooks& previous) {
   SetUnhandledExceptionFilter(reinterpret_cast<LPTOP_LEVEL_EXCEPTION_FILTER>(previous.unhandledExceptionFilter));
   _set_purecall_handler(reinterpret_cast<_purecall_handler>(previous.pureCallHandler));
   _set_invalid_parameter_handler(reinterpret_cast<_invalid_parameter_handler>(previous.invalidParameterHandler));
+  if (previous.unexpectedHandler != nullptr) {
+    swapUnexpectedHandler(reinterpret_cast<void (*)()>(previous.unexpectedHandler));
+  }
   g_hooks = CrashHooks();
   previous.installed = false;
 }
@@ -161,6 +202,12 @@ bool crashIsInPureVirtualCall() {
 }
 
 long long crashTimeNow() { return static_cast<long long>(_time64(nullptr)); }
+
+// SystemTimeToTzSpecificLocalTime allocates nothing and takes no lock of
+// the library.
+bool crashLocalTime(long long secondsSince1970, LocalTimeFields& out) {
+  return !toLocalTime(secondsSince1970, out);
+}
 
 std::uint32_t crashCurrentThreadId() { return GetCurrentThreadId(); }
 
@@ -257,7 +304,7 @@ bool crashRecordMemoryAddress(CrashRecord const& record, std::uint64_t& address)
   }
 }
 
-char const* crashRecordTagPrefix() { return "win32"; }
+bool crashRecordSignal(CrashRecord const&, int&, int&, std::uint64_t&) { return false; }
 
 // --- modules -----------------------------------------------------------------------
 
