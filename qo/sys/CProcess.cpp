@@ -25,7 +25,7 @@ constexpr int kPumpChunk = 64 * 1024;
 
 CSystemError systemError(char const* message, char const* function, char const* api, platform::SysError const& e,
                          CProps const& props = CProps()) {
-  return CSystemError(String(message), String(function), String(api), e.code, String(std::string_view(e.text)), props);
+  return CSystemError(String(message), String(function), String(api), e, props);
 }
 
 // Copies between one pipe end (which it owns and closes when done) and a

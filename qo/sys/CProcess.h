@@ -24,7 +24,8 @@
 //   block. The caller
 //   must leave the given streams alone until wait() has returned true.
 // - A program that cannot be started fails in start() with a CSystemError
-//   (api "CreateProcessW", the OS's code, property "program"), not with a
+//   (api "CreateProcessW", on POSIX the call that failed, e.g. "posix_spawn";
+//   the OS's code, property "program"), not with a
 //   child that exits with an error code.
 // - Destroying the object neither waits for nor ends a running child; the
 //   pumps then run on by themselves until the child closes its pipes.
@@ -113,7 +114,7 @@ public:
   /// CInvalidArgError (place "CProcess::start") for an empty program or a
   /// text holding a NUL character (property "argument", "program", "folder"
   /// or "environment" tells which), CSystemError (function "CProcess::start",
-  /// api "CreateProcessW", property "program"; the code says why: a missing
+  /// api "CreateProcessW" or the POSIX call, property "program"; the code says why: a missing
   /// program, a missing working folder, no permission; on POSIX also a
   /// text with a lone surrogate, which has no UTF-8 form) when the OS
   /// cannot start it.

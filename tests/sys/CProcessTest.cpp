@@ -301,7 +301,11 @@ TEST(CProcess, StartFailuresAreSystemErrorsFromStart) {
     } catch (CSystemError const& e) {
       EXPECT_EQ(CSystemError::getPlatformDomain(), e.getErrorCodeDomain());
       EXPECT_NE(0, e.getErrorCode());
+#ifdef _WIN32
       EXPECT_EQ(String(u"CreateProcessW"), e.getParams().lookup(CSystemError::paramAPI()));
+#else
+      EXPECT_EQ(String(u"posix_spawn"), e.getParams().lookup(CSystemError::paramAPI()));
+#endif
       EXPECT_EQ(String(u"CProcess::start"), e.getParams().lookup(CSystemError::paramFunction()));
       EXPECT_EQ(c.program, e.getParams().lookup(u"program"));
       EXPECT_EQ(c.folder, e.getParams().lookup(u"folder"));

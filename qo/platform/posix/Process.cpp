@@ -39,7 +39,7 @@ struct NativePipe {
 
 namespace {
 
-SysError errorOf(int code) { return SysError{static_cast<std::uint32_t>(code), sysErrorText(static_cast<std::uint32_t>(code))}; }
+SysError errorOf(int code, char const* api = nullptr) { return sysErrorOf(static_cast<std::uint32_t>(code), api); }
 
 // False for a lone surrogate, which has no UTF-8 form: the text would
 // reach the child changed.
@@ -164,7 +164,7 @@ SysError reap(NativeProcess& p, bool block, bool& ended) {
   do {
     rc = ::waitpid(p.pid, &status, block ? 0 : WNOHANG);
   } while (rc < 0 && errno == EINTR);
-  if (rc < 0) return errorOf(errno);
+  if (rc < 0) return errorOf(errno, "waitpid");
   if (rc == 0) return SysError{};
   p.reaped = true;
   p.status = status;
@@ -185,12 +185,12 @@ SysError processStart(ProcessStartInfo const& info, ProcessHandle& process, Pipe
                       PipeHandle& stdoutRead, PipeHandle& stderrRead) {
   process = nullptr;
   stdinWrite = stdoutRead = stderrRead = nullptr;
-  if (info.argv.empty() || info.argv[0].empty()) return errorOf(ENOENT);
+  if (info.argv.empty() || info.argv[0].empty()) return errorOf(ENOENT, "posix_spawn");
 
   // Everything is converted before the spawn.
   std::vector<std::string> args(info.argv.size());
   for (std::size_t i = 0; i < args.size(); ++i) {
-    if (!toUTF8(info.argv[i], args[i])) return errorOf(EILSEQ);
+    if (!toUTF8(info.argv[i], args[i])) return errorOf(EILSEQ, "posix_spawn");
   }
   std::vector<char*> argv;
   for (auto& a : args) argv.push_back(a.data());
@@ -200,13 +200,13 @@ SysError processStart(ProcessStartInfo const& info, ProcessHandle& process, Pipe
   if (!info.inheritEnvironment) {
     env.resize(info.environment.size());
     for (std::size_t i = 0; i < env.size(); ++i) {
-      if (!toUTF8(info.environment[i], env[i])) return errorOf(EILSEQ);
+      if (!toUTF8(info.environment[i], env[i])) return errorOf(EILSEQ, "posix_spawn");
     }
     for (auto& e : env) envp.push_back(e.data());
     envp.push_back(nullptr);
   }
   std::string folder;
-  if (!toUTF8(info.workingFolder, folder)) return errorOf(EILSEQ);
+  if (!toUTF8(info.workingFolder, folder)) return errorOf(EILSEQ, "posix_spawn");
 
   // [0] the child's end, [1] ours; both close-on-exec, the child's end
   // reaches the child only through dup2 onto 0, 1 or 2.
@@ -225,7 +225,7 @@ SysError processStart(ProcessStartInfo const& info, ProcessHandle& process, Pipe
     if (::pipe2(fds, O_CLOEXEC) != 0) {
       int const code = errno;
       closeAll();
-      return errorOf(code);
+      return errorOf(code, "pipe2");
     }
     // stdin: the child reads fds[0]; stdout/stderr: the child writes fds[1].
     pipes[i][0] = i == 0 ? fds[0] : fds[1];
@@ -264,7 +264,7 @@ SysError processStart(ProcessStartInfo const& info, ProcessHandle& process, Pipe
   for (auto& p : pipes) closeFd(p[0]);
   if (rc != 0) {
     closeAll();
-    return errorOf(rc);
+    return errorOf(rc, "posix_spawn");
   }
 
   auto* child = new (std::nothrow) NativeProcess;
@@ -285,7 +285,7 @@ SysError processStart(ProcessStartInfo const& info, ProcessHandle& process, Pipe
     for (auto* e : ends) delete e;
     delete child;
     closeAll();
-    return errorOf(ENOMEM);
+    return errorOf(ENOMEM, "posix_spawn");
   }
   child->pid = pid;
   child->pidFd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
@@ -313,7 +313,7 @@ SysError processWait(ProcessHandle process, int timeoutMillis, bool& ended) {
       pollfd p{process->pidFd, POLLIN, 0};
       int const rc = ::poll(&p, 1, left > 0 ? static_cast<int>(left) : 0);
       if (rc < 0 && errno == EINTR) continue;
-      if (rc < 0) return errorOf(errno);
+      if (rc < 0) return errorOf(errno, "poll");
       if (rc == 0) return reap(*process, false, ended);
       return reap(*process, true, ended);
     }
@@ -341,7 +341,7 @@ void processExitStatus(ProcessHandle process, int& exitCode, int& signal) {
 SysError processTerminate(ProcessHandle process, int) {
   // An unreaped child keeps its pid, so the signal cannot hit a stranger.
   if (process->reaped) return SysError{};
-  if (::kill(process->pid, SIGKILL) != 0 && errno != ESRCH) return errorOf(errno);
+  if (::kill(process->pid, SIGKILL) != 0 && errno != ESRCH) return errorOf(errno, "kill");
   return SysError{};
 }
 
@@ -358,7 +358,7 @@ SysError pipeRead(PipeHandle pipe, void* buffer, std::size_t size, std::size_t& 
   for (;;) {
     ssize_t const got = ::read(pipe->fd, buffer, size);
     if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return errorOf(errno);
+    if (got < 0) return errorOf(errno, "read");
     done = static_cast<std::size_t>(got);
     return SysError{};
   }
@@ -385,7 +385,7 @@ SysError pipeWrite(PipeHandle pipe, void const* data, std::size_t size, bool& br
         while (sigtimedwait(&pipeSet, nullptr, &zero) < 0 && errno == EINTR) {
         }
       } else {
-        result = errorOf(errno);
+        result = errorOf(errno, "write");
       }
       break;
     }
@@ -405,7 +405,7 @@ std::uint64_t processCurrentId() { return static_cast<std::uint64_t>(::getpid())
 
 SysError processCurrentExecutable(std::u16string& path) {
   std::string target;
-  if (!readLink("/proc/self/exe", target)) return errorOf(errno);
+  if (!readLink("/proc/self/exe", target)) return errorOf(errno, "readlink");
   path = utf16(target);
   return SysError{};
 }
@@ -414,7 +414,7 @@ SysError processCurrentCommandLine(std::vector<std::u16string>& argv, std::u16st
   argv.clear();
   commandLine.clear();
   std::string all;
-  if (!readWholeFile("/proc/self/cmdline", all)) return errorOf(errno);
+  if (!readWholeFile("/proc/self/cmdline", all)) return errorOf(errno, "open");
   std::size_t start = 0;
   while (start < all.size()) {
     std::size_t const end = all.find('\0', start);
@@ -438,7 +438,7 @@ bool processEnvironmentIgnoresCase() { return false; }
 SysError processList(std::vector<ProcessEntry>& entries) {
   entries.clear();
   DIR* dir = ::opendir("/proc");
-  if (!dir) return errorOf(errno);
+  if (!dir) return errorOf(errno, "opendir");
   while (dirent* d = ::readdir(dir)) {
     char const* name = d->d_name;
     if (!*name || std::strspn(name, "0123456789") != std::strlen(name)) continue;
