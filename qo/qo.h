@@ -153,6 +153,12 @@
 // IPC (qo/ipc)
 
 // System services (qo/sys)
+#include "qo/sys/CEventLog.h"
+#include "qo/sys/CKnownPaths.h"
+#include "qo/sys/CSystemAccountManager.h"
+#include "qo/sys/CSystemManager.h"
+#include "qo/sys/CSystemSettings.h"
+#include "qo/sys/CVistaFeatures.h"
 
 // Codecs and utilities (qo/util)
 
