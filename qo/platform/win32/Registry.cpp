@@ -37,17 +37,22 @@ SysError regGetValue(RegRoot root, std::u16string const& key, std::u16string con
   found = false;
   type = RegType::None;
   data.clear();
+  HKEY handle = nullptr;
+  LSTATUS rc = RegOpenKeyExW(rootKey(root), wide(key), 0, KEY_QUERY_VALUE | KEY_WOW64_64KEY, &handle);
+  if (missing(rc)) return SysError();
+  if (rc != ERROR_SUCCESS) return status(rc);
   // RRF_NOEXPAND: the bytes as stored; the caller decides about expansion.
-  DWORD const flags = RRF_RT_ANY | RRF_NOEXPAND | RRF_SUBKEY_WOW6464KEY;
+  DWORD const flags = RRF_RT_ANY | RRF_NOEXPAND;
   for (;;) {
     DWORD size = 0;
     DWORD kind = 0;
-    LSTATUS rc = RegGetValueW(rootKey(root), wide(key), wide(name), flags, &kind, nullptr, &size);
-    if (missing(rc)) return SysError();
-    if (rc != ERROR_SUCCESS) return status(rc);
-    data.resize(size);
-    rc = RegGetValueW(rootKey(root), wide(key), wide(name), flags, &kind, size ? data.data() : nullptr, &size);
-    if (rc == ERROR_MORE_DATA) continue;  // grew between the two calls
+    rc = RegGetValueW(handle, nullptr, wide(name), flags, &kind, nullptr, &size);
+    if (rc == ERROR_SUCCESS) {
+      data.resize(size);
+      rc = RegGetValueW(handle, nullptr, wide(name), flags, &kind, size ? data.data() : nullptr, &size);
+      if (rc == ERROR_MORE_DATA) continue;  // grew between the two calls
+    }
+    RegCloseKey(handle);
     if (missing(rc)) return SysError();
     if (rc != ERROR_SUCCESS) return status(rc);
     data.resize(size);

@@ -122,8 +122,12 @@ namespace {
 // A REG_DWORD under HKLM (64-bit view); missing gives fallback.
 SysError machineDword(wchar_t const* key, wchar_t const* name, DWORD fallback, DWORD& out) {
   DWORD size = sizeof out;
-  LSTATUS status = RegGetValueW(HKEY_LOCAL_MACHINE, key, name, RRF_RT_REG_DWORD | RRF_SUBKEY_WOW6464KEY, nullptr,
-                                &out, &size);
+  HKEY handle = nullptr;
+  LSTATUS status = RegOpenKeyExW(HKEY_LOCAL_MACHINE, key, 0, KEY_QUERY_VALUE | KEY_WOW64_64KEY, &handle);
+  if (status == ERROR_SUCCESS) {
+    status = RegGetValueW(handle, nullptr, name, RRF_RT_REG_DWORD, nullptr, &out, &size);
+    RegCloseKey(handle);
+  }
   if (status == ERROR_FILE_NOT_FOUND || status == ERROR_PATH_NOT_FOUND) {
     out = fallback;
     return SysError();
