@@ -134,6 +134,8 @@ TEST(CSystemAccountManager, ListsMatchTheAccountDatabase) {
   for (auto const& u : users)
     if (u.name == u"root") EXPECT_TRUE(u.isAdmin);
 #else
+  EXPECT_FALSE(myGroups.empty());
+  if (groupNames.empty()) GTEST_SKIP() << "Wine's NetLocalGroupEnum lists no groups at all";
   for (auto const& g : myGroups) EXPECT_EQ(groupNames.count(g), 1u) << g;
 #endif
 }
