@@ -11,6 +11,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "TempFolder.h"
@@ -224,6 +225,25 @@ TEST(CSystemSettings, GarbledFileIsReportedAsCorrupted) {
     writeLocalFile(s.getFilePath(S::User), text, std::char_traits<char>::length(text));
     EXPECT_THROW(s.getInt32(S::User, u"k", u"n"), CFileCorruptedError);
   }
+}
+
+// Threads with stores of their own meet at the lock file, as processes do.
+TEST(CSystemSettings, ThreadsWithTheirOwnStoresLoseNoChange) {
+  test::TempFolder folder("qo-settings");
+  constexpr int kThreads = 4, kWrites = 8;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t)
+    threads.emplace_back([&folder, t] {
+      S s;
+      s.setRootFolder(folder.path());
+      for (int i = 0; i < kWrites; ++i) s.setInt64(S::User, u"shared", String::fromUTF8(std::to_string(t * 100 + i)), i);
+    });
+  for (auto& thread : threads) thread.join();
+  S s;
+  s.setRootFolder(folder.path());
+  EXPECT_EQ(s.listValueNames(S::User, u"shared").size(), static_cast<std::size_t>(kThreads * kWrites));
+  for (int t = 0; t < kThreads; ++t)
+    for (int i = 0; i < kWrites; ++i) EXPECT_EQ(s.getInt64(S::User, u"shared", String::fromUTF8(std::to_string(t * 100 + i))), i);
 }
 
 // The child's side of the two-writer test. Skipped in an ordinary run.
