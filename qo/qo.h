@@ -155,6 +155,7 @@
 // System services (qo/sys)
 #include "qo/sys/CEventLog.h"
 #include "qo/sys/CKnownPaths.h"
+#include "qo/sys/CSettingsFile.h"
 #include "qo/sys/CSystemAccountManager.h"
 #include "qo/sys/CSystemManager.h"
 #include "qo/sys/CSystemSettings.h"

@@ -1,7 +1,8 @@
 #include "qo/sys/CSystemSettings.h"
 
+#include "qo/sys/CSettingsFile.h"
+
 #include "qo/core/CError.h"
-#include "qo/core/CFileCorruptedError.h"
 #include "qo/core/CInvalidArgError.h"
 #include "qo/core/CLockFileError.h"
 #include "qo/core/CProps.h"
@@ -34,8 +35,6 @@ constexpr long long kLockWaitMicros = 10 * 1000 * 1000;
 
 String scopeName(CSystemSettings::Scope scope) { return scope == CSystemSettings::Machine ? u"machine" : u"user"; }
 
-String fromNumber(long long value) { return String::fromUTF8(std::to_string(value)); }
-
 // The key's parts; "/" and "\" both separate them.
 std::vector<String> splitKey(char const* place, String const& key) {
   std::vector<String> parts;
@@ -60,14 +59,6 @@ String joinKey(std::vector<String> const& parts, char16_t separator) {
     joined += part;
   }
   return joined;
-}
-
-// ASCII-only folding keeps the comparison independent of the locale.
-String fold(String const& text) {
-  String folded = text;
-  for (std::size_t i = 0; i < folded.length(); ++i)
-    if (folded[i] >= u'A' && folded[i] <= u'Z') folded[i] = static_cast<char16_t>(folded[i] + 32);
-  return folded;
 }
 
 CProps where(CSystemSettings::Scope scope, String const& key, String const& name) {
@@ -199,228 +190,9 @@ platform::RegRoot rootOf(CSystemSettings::Scope scope) {
   return scope == CSystemSettings::Machine ? platform::RegRoot::LocalMachine : platform::RegRoot::CurrentUser;
 }
 
-// --- the file store ----------------------------------------------------------
-//
-// "# comment", "[key/parts]" and "name=type:value" lines, UTF-8. In keys,
-// names and values "\" escapes: "\\", and "\xHH" / "\uHHHH" for control
-// characters, "=", ",", "[", "]", "#" and lone surrogates. Lists separate
-// their items with ",".
-
-struct Section {
-  String key;
-  std::vector<std::pair<String, CValue>> values;
-};
-
-struct Model {
-  std::vector<Section> sections;
-
-  Section* find(String const& key) {
-    String folded = fold(key);
-    for (auto& section : sections)
-      if (fold(section.key) == folded) return &section;
-    return nullptr;
-  }
-};
-
-CValue* findValue(Section& section, String const& name) {
-  String folded = fold(name);
-  for (auto& entry : section.values)
-    if (fold(entry.first) == folded) return &entry.second;
-  return nullptr;
-}
-
-char const kHex[] = "0123456789abcdef";
-
-String escape(String const& text) {
-  String out;
-  for (char16_t c : text.str()) {
-    bool surrogate = c >= 0xD800 && c <= 0xDFFF;
-    if (c == u'\\') {
-      out += u"\\\\";
-    } else if (c < 0x20 || c == u'=' || c == u',' || c == u'[' || c == u']' || c == u'#' || c == 0x7F) {
-      out += u"\\x";
-      out += static_cast<char16_t>(kHex[c >> 4]);
-      out += static_cast<char16_t>(kHex[c & 15]);
-    } else if (surrogate) {
-      out += u"\\u";
-      for (int shift = 12; shift >= 0; shift -= 4) out += static_cast<char16_t>(kHex[(c >> shift) & 15]);
-    } else {
-      out += c;
-    }
-  }
-  return out;
-}
-
-int hexDigit(char16_t c) {
-  if (c >= u'0' && c <= u'9') return c - u'0';
-  if (c >= u'a' && c <= u'f') return c - u'a' + 10;
-  if (c >= u'A' && c <= u'F') return c - u'A' + 10;
-  return -1;
-}
-
-// False on a bad escape.
-bool unescape(String const& text, String& out) {
-  out.clear();
-  for (std::size_t i = 0; i < text.length(); ++i) {
-    char16_t c = text[i];
-    if (c != u'\\') {
-      out += c;
-      continue;
-    }
-    if (i + 1 >= text.length()) return false;
-    char16_t kind = text[++i];
-    if (kind == u'\\') {
-      out += u'\\';
-      continue;
-    }
-    std::size_t digits = kind == u'x' ? 2 : kind == u'u' ? 4 : 0;
-    if (digits == 0 || i + digits >= text.length()) return false;
-    unsigned value = 0;
-    for (std::size_t k = 1; k <= digits; ++k) {
-      int d = hexDigit(text[i + k]);
-      if (d < 0) return false;
-      value = value * 16 + static_cast<unsigned>(d);
-    }
-    out += static_cast<char16_t>(value);
-    i += digits;
-  }
-  return true;
-}
-
-String serialize(Model const& model) {
-  String text = u"# Settings kept by the qo library; one [key] per section, name=type:value.\n";
-  for (auto const& section : model.sections) {
-    text += u"[";
-    text += escape(section.key);
-    text += u"]\n";
-    for (auto const& entry : section.values) {
-      CValue const& value = entry.second;
-      text += escape(entry.first);
-      text += u"=";
-      text += CSystemSettings::getTypeName(value.type);
-      text += u":";
-      switch (value.type) {
-        case CSystemSettings::TypeString: text += escape(value.text); break;
-        case CSystemSettings::TypeInt32:
-        case CSystemSettings::TypeInt64: text += fromNumber(value.number); break;
-        case CSystemSettings::TypeBinary:
-          for (unsigned char b : value.bytes) {
-            text += static_cast<char16_t>(kHex[b >> 4]);
-            text += static_cast<char16_t>(kHex[b & 15]);
-          }
-          break;
-        case CSystemSettings::TypeStringList:
-          for (std::size_t i = 0; i < value.list.size(); ++i) {
-            if (i) text += u",";
-            text += escape(value.list[i]);
-          }
-          break;
-        case CSystemSettings::TypeOther: break;
-      }
-      text += u"\n";
-    }
-  }
-  return text;
-}
-
-bool parseNumber(String const& text, long long low, long long high, std::int64_t& out) {
-  std::string narrow = text.toUTF8();
-  if (narrow.empty() || narrow.size() > 20) return false;
-  std::size_t start = narrow[0] == '-' ? 1 : 0;
-  if (start == narrow.size()) return false;
-  for (std::size_t i = start; i < narrow.size(); ++i)
-    if (narrow[i] < '0' || narrow[i] > '9') return false;
-  errno = 0;
-  char* end = nullptr;
-  long long value = std::strtoll(narrow.c_str(), &end, 10);
-  if (errno == ERANGE || value < low || value > high) return false;
-  out = value;
-  return true;
-}
-
-bool parseValue(String const& typeName, String const& body, CValue& value) {
-  value = CValue();
-  if (typeName == u"string") {
-    value.type = CSystemSettings::TypeString;
-    return unescape(body, value.text);
-  }
-  if (typeName == u"int32") {
-    value.type = CSystemSettings::TypeInt32;
-    return parseNumber(body, INT32_MIN, INT32_MAX, value.number);
-  }
-  if (typeName == u"int64") {
-    value.type = CSystemSettings::TypeInt64;
-    return parseNumber(body, INT64_MIN, INT64_MAX, value.number);
-  }
-  if (typeName == u"binary") {
-    value.type = CSystemSettings::TypeBinary;
-    if (body.length() % 2) return false;
-    for (std::size_t i = 0; i < body.length(); i += 2) {
-      int high = hexDigit(body[i]);
-      int low = hexDigit(body[i + 1]);
-      if (high < 0 || low < 0) return false;
-      value.bytes.push_back(static_cast<unsigned char>(high * 16 + low));
-    }
-    return true;
-  }
-  if (typeName == u"stringList") {
-    value.type = CSystemSettings::TypeStringList;
-    if (body.isEmpty()) return true;
-    std::size_t start = 0;
-    for (;;) {
-      std::size_t comma = body.Find(u',', start);
-      String item;
-      if (!unescape(body.Mid(start, comma == String::npos ? String::npos : comma - start), item) || item.isEmpty())
-        return false;
-      value.list.push_back(item);
-      if (comma == String::npos) return true;
-      start = comma + 1;
-    }
-  }
-  return false;
-}
-
-Model parse(std::string const& bytes, String const& path) {
-  Model model;
-  String text = String::fromUTF8(bytes);
-  Section* current = nullptr;
-  std::size_t start = 0;
-  while (start < text.length()) {
-    std::size_t end = text.Find(u'\n', start);
-    if (end == String::npos) end = text.length();
-    String line = text.Mid(start, end - start);
-    start = end + 1;
-    if (!line.isEmpty() && line[line.length() - 1] == u'\r') line = line.Left(line.length() - 1);
-    if (line.isEmpty() || line[0] == u'#') continue;
-    if (line[0] == u'[') {
-      String key;
-      if (line[line.length() - 1] != u']' || !unescape(line.Mid(1, line.length() - 2), key) || key.isEmpty())
-        throw CFileCorruptedError(path);
-      current = model.find(key);
-      if (!current) {
-        model.sections.push_back(Section{key, {}});
-        current = &model.sections.back();
-      }
-      continue;
-    }
-    std::size_t equals = line.Find(u'=');
-    std::size_t colon = equals == String::npos ? String::npos : line.Find(u':', equals);
-    String name;
-    CValue value;
-    if (!current || colon == String::npos || !unescape(line.Left(equals), name) ||
-        !parseValue(line.Mid(equals + 1, colon - equals - 1), line.Mid(colon + 1), value))
-      throw CFileCorruptedError(path);
-    if (CValue* existing = findValue(*current, name))
-      *existing = value;
-    else
-      current->values.emplace_back(name, value);
-  }
-  return model;
-}
-
-Model readModel(String const& path) {
-  if (!localFileExists(path)) return Model();
-  return parse(readLocalFile(path), path);
+CSettingsFile readModel(String const& path) {
+  if (!localFileExists(path)) return CSettingsFile();
+  return CSettingsFile::parse(readLocalFile(path), path);
 }
 
 // Creates the folder and its missing parents; failures show when the file
@@ -513,13 +285,13 @@ namespace {
 
 // Runs change on the scope's file under its lock; writes only when change
 // says it changed something. Returns what change returned.
-bool changeFile(String const& path, std::function<bool(Model&)> const& change) {
+bool changeFile(String const& path, std::function<bool(CSettingsFile&)> const& change) {
   std::size_t cut = path.FindLast(localPathsAreWindowsPaths() ? u'\\' : u'/');
   if (cut != String::npos && cut > 0) createFolders(path.Left(cut));
   P<CLockFile> lock = lockStore(path + u".lock");
-  Model model = readModel(path);
+  CSettingsFile model = readModel(path);
   if (!change(model)) return false;
-  std::string bytes = serialize(model).toUTF8();
+  std::string bytes = model.serialize();
   String temp = path + u".tmp";
   writeLocalFile(temp, bytes.data(), bytes.size());
   replaceLocalFile(temp, path);
@@ -547,16 +319,8 @@ void CSystemSettings::store(Scope scope, String const& key, String const& name, 
     return;
   }
   String fileKey = joinKey(parts, u'/');
-  changeFile(getFilePath(scope), [&](Model& model) {
-    Section* section = model.find(fileKey);
-    if (!section) {
-      model.sections.push_back(Section{fileKey, {}});
-      section = &model.sections.back();
-    }
-    if (CValue* existing = findValue(*section, name))
-      *existing = value;
-    else
-      section->values.emplace_back(name, value);
+  changeFile(getFilePath(scope), [&](CSettingsFile& model) {
+    model.getSection(fileKey).setValue(name, value);
     return true;
   });
 }
@@ -574,9 +338,9 @@ bool CSystemSettings::load(Scope scope, String const& key, String const& name, C
     if (found) value = fromRegistry(type, data);
     return found;
   }
-  Model model = readModel(getFilePath(scope));
-  Section* section = model.find(joinKey(parts, u'/'));
-  CValue* found = section ? findValue(*section, name) : nullptr;
+  CSettingsFile model = readModel(getFilePath(scope));
+  CSettingsFile::CSection* section = model.findSection(joinKey(parts, u'/'));
+  CValue* found = section ? section->findValue(name) : nullptr;
   if (found) value = *found;
   return found != nullptr;
 }
@@ -674,8 +438,8 @@ std::vector<String> CSystemSettings::listValueNames(Scope scope, String const& k
     if (!found) throwNotFound(scope, key, String());
     return std::vector<String>(raw.begin(), raw.end());
   }
-  Model model = readModel(getFilePath(scope));
-  Section* section = model.find(joinKey(parts, u'/'));
+  CSettingsFile model = readModel(getFilePath(scope));
+  CSettingsFile::CSection* section = model.findSection(joinKey(parts, u'/'));
   if (!section) throwNotFound(scope, key, String());
   for (auto const& entry : section->values) names.push_back(entry.first);
   return names;
@@ -692,16 +456,9 @@ bool CSystemSettings::deleteValue(Scope scope, String const& key, String const& 
     return found;
   }
   String fileKey = joinKey(parts, u'/');
-  return changeFile(getFilePath(scope), [&](Model& model) {
-    Section* section = model.find(fileKey);
-    if (!section) return false;
-    String folded = fold(name);
-    for (auto it = section->values.begin(); it != section->values.end(); ++it)
-      if (fold(it->first) == folded) {
-        section->values.erase(it);
-        return true;
-      }
-    return false;
+  return changeFile(getFilePath(scope), [&](CSettingsFile& model) {
+    CSettingsFile::CSection* section = model.findSection(fileKey);
+    return section && section->removeValue(name);
   });
 }
 
@@ -715,17 +472,8 @@ bool CSystemSettings::deleteKey(Scope scope, String const& key) {
       throwRegistryError(place, u"RegDeleteTreeW", e, scope, key, String());
     return found;
   }
-  String folded = fold(joinKey(parts, u'/'));
-  return changeFile(getFilePath(scope), [&](Model& model) {
-    std::size_t before = model.sections.size();
-    std::vector<Section> kept;
-    for (auto& section : model.sections) {
-      String sectionKey = fold(section.key);
-      if (sectionKey != folded && !sectionKey.StartsWith(folded + u"/")) kept.push_back(std::move(section));
-    }
-    model.sections = std::move(kept);
-    return model.sections.size() != before;
-  });
+  String fileKey = joinKey(parts, u'/');
+  return changeFile(getFilePath(scope), [&](CSettingsFile& model) { return model.removeKey(fileKey); });
 }
 
 }  // namespace qo

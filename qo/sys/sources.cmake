@@ -3,6 +3,7 @@ set(QO_SYS_CLASSES
   # system information, settings, accounts, known paths, event log
   CEventLog
   CKnownPaths
+  CSettingsFile
   CSystemAccountManager
   CSystemManager
   CSystemSettings
