@@ -51,7 +51,7 @@ public:
   /// The machine's host name. Throws CSystemError (api
   /// "GetComputerNameExW"). Thread-safe.
   String getMachineName() const;
-  /// Logical processors available to the process; at least 1. Never throws.
+  /// Logical processors online in the machine; at least 1. Never throws.
   /// Thread-safe.
   int getProcessorCount() const;
   /// Physical memory in bytes. Throws CSystemError (api

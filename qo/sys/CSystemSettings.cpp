@@ -30,8 +30,6 @@ namespace {
 using CValue = CSystemSettings::CValue;
 
 char16_t const kFileName[] = u"qo-settings.conf";
-// How long a writer waits for another process's change to finish.
-constexpr long long kLockWaitMicros = 10 * 1000 * 1000;
 
 String scopeName(CSystemSettings::Scope scope) { return scope == CSystemSettings::Machine ? u"machine" : u"user"; }
 
@@ -207,13 +205,13 @@ void createFolders(String const& folder) {
 }
 
 // Holds the scope's lock file, waiting while another writer has it.
-P<CLockFile> lockStore(String const& lockPath) {
-  CTime deadline = CTime::now() + CTimeSpan::fromMicros(kLockWaitMicros);
+P<CLockFile> lockStore(String const& lockPath, int timeoutMs) {
+  CTime deadline = CTime::now() + CTimeSpan::fromMillis(timeoutMs < 0 ? 0 : timeoutMs);
   for (;;) {
     try {
       return P<CLockFile>(new CLockFile(lockPath));
     } catch (CLockFileError const& e) {
-      if (!e.getParams().lookupBool(u"lockConflict", false) || CTime::now() > deadline) throw;
+      if (!e.getParams().lookupBool(u"lockConflict", false) || (timeoutMs >= 0 && CTime::now() >= deadline)) throw;
     }
     threadYield(true);
   }
@@ -269,6 +267,11 @@ String CSystemSettings::getFilePath(Scope scope) const {
   return folder + separator + kFileName;
 }
 
+void CSystemSettings::setLockTimeout(int timeoutMs) {
+  CMutexLock lock(m_mutex);
+  m_lockTimeoutMs = timeoutMs;
+}
+
 String CSystemSettings::getTypeName(ValueType type) {
   switch (type) {
     case TypeString: return u"string";
@@ -285,10 +288,10 @@ namespace {
 
 // Runs change on the scope's file under its lock; writes only when change
 // says it changed something. Returns what change returned.
-bool changeFile(String const& path, std::function<bool(CSettingsFile&)> const& change) {
+bool changeFile(String const& path, int lockTimeoutMs, std::function<bool(CSettingsFile&)> const& change) {
   std::size_t cut = path.FindLast(localPathsAreWindowsPaths() ? u'\\' : u'/');
   if (cut != String::npos && cut > 0) createFolders(path.Left(cut));
-  P<CLockFile> lock = lockStore(path + u".lock");
+  P<CLockFile> lock = lockStore(path + u".lock", lockTimeoutMs);
   CSettingsFile model = readModel(path);
   if (!change(model)) return false;
   std::string bytes = model.serialize();
@@ -319,7 +322,7 @@ void CSystemSettings::store(Scope scope, String const& key, String const& name, 
     return;
   }
   String fileKey = joinKey(parts, u'/');
-  changeFile(getFilePath(scope), [&](CSettingsFile& model) {
+  changeFile(getFilePath(scope), m_lockTimeoutMs, [&](CSettingsFile& model) {
     model.getSection(fileKey).setValue(name, value);
     return true;
   });
@@ -456,7 +459,7 @@ bool CSystemSettings::deleteValue(Scope scope, String const& key, String const& 
     return found;
   }
   String fileKey = joinKey(parts, u'/');
-  return changeFile(getFilePath(scope), [&](CSettingsFile& model) {
+  return changeFile(getFilePath(scope), m_lockTimeoutMs, [&](CSettingsFile& model) {
     CSettingsFile::CSection* section = model.findSection(fileKey);
     return section && section->removeValue(name);
   });
@@ -473,7 +476,7 @@ bool CSystemSettings::deleteKey(Scope scope, String const& key) {
     return found;
   }
   String fileKey = joinKey(parts, u'/');
-  return changeFile(getFilePath(scope), [&](CSettingsFile& model) { return model.removeKey(fileKey); });
+  return changeFile(getFilePath(scope), m_lockTimeoutMs, [&](CSettingsFile& model) { return model.removeKey(fileKey); });
 }
 
 }  // namespace qo

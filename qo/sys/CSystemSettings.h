@@ -68,6 +68,10 @@ public:
   bool usesRegistry() const;
   /// The file of the scope; "" when usesRegistry(). Thread-safe.
   String getFilePath(Scope scope) const;
+  /// How long a change waits in milliseconds for another writer's lock file
+  /// (-1 = no limit; default 10000) before it throws that writer's
+  /// CLockFileError ("lockConflict" = "true"). Thread-safe.
+  void setLockTimeout(int timeoutMs);
 
   /// Sets the value, creating the key when missing. All setters throw
   /// CInvalidArgError for an empty key or key part or a bad value, and the
@@ -129,6 +133,7 @@ private:
 
   mutable CMutex m_mutex;
   String m_rootFolder;
+  int m_lockTimeoutMs = 10000;
 };
 
 }  // namespace qo

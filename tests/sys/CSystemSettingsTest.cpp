@@ -18,6 +18,8 @@
 #include "qo/core/CError.h"
 #include "qo/core/CFileCorruptedError.h"
 #include "qo/core/CInvalidArgError.h"
+#include "qo/core/CLockFileError.h"
+#include "qo/fs/CLockFile.h"
 #include "qo/fs/LocalFile.h"
 #include "qo/sys/CSystemSettings.h"
 
@@ -244,6 +246,26 @@ TEST(CSystemSettings, ThreadsWithTheirOwnStoresLoseNoChange) {
   EXPECT_EQ(s.listValueNames(S::User, u"shared").size(), static_cast<std::size_t>(kThreads * kWrites));
   for (int t = 0; t < kThreads; ++t)
     for (int i = 0; i < kWrites; ++i) EXPECT_EQ(s.getInt64(S::User, u"shared", String::fromUTF8(std::to_string(t * 100 + i))), i);
+}
+
+TEST(CSystemSettings, HeldLockFileStopsAChangeAfterTheTimeout) {
+  test::TempFolder folder("qo-settings");
+  S s;
+  s.setRootFolder(folder.path());
+  s.setInt32(S::User, u"k", u"n", 1);
+  s.setLockTimeout(0);
+  {
+    CLockFile other(s.getFilePath(S::User) + u".lock");
+    try {
+      s.setInt32(S::User, u"k", u"n", 2);
+      ADD_FAILURE() << "no error";
+    } catch (CLockFileError const& e) {
+      EXPECT_EQ(e.getParams().lookup(u"lockConflict"), u"true");
+    }
+    EXPECT_EQ(s.getInt32(S::User, u"k", u"n"), 1);  // reading needs no lock
+  }
+  s.setInt32(S::User, u"k", u"n", 3);
+  EXPECT_EQ(s.getInt32(S::User, u"k", u"n"), 3);
 }
 
 // The child's side of the two-writer test. Skipped in an ordinary run.
