@@ -27,11 +27,11 @@
 namespace qo::platform {
 
 struct AccountInfo {
-  std::u16string name;  ///< Log-on name (Windows "DOMAIN\user" is split: name only).
+  std::u16string name;    ///< Log-on name (Windows "DOMAIN\user" is split: name only).
   std::u16string domain;  ///< Windows: the account's domain or machine; POSIX: "".
-  std::u16string id;    ///< SID text or decimal uid.
-  std::u16string home;  ///< Home folder; "" when the OS does not say.
-  bool isAdmin = false;  ///< Member of Administrators / uid 0.
+  std::u16string id;      ///< SID text or decimal uid.
+  std::u16string home;    ///< Home folder; "" when the OS does not say.
+  bool isAdmin = false;   ///< Member of Administrators / uid 0.
 };
 
 /// The user this process runs as.

@@ -28,7 +28,15 @@ namespace qo::platform {
 enum class RegRoot { CurrentUser, LocalMachine };
 
 /// The registry's type numbers.
-enum class RegType : unsigned { None = 0, String = 1, ExpandString = 2, Binary = 3, Dword = 4, MultiString = 7, Qword = 11 };
+enum class RegType : unsigned {
+  None = 0,
+  String = 1,
+  ExpandString = 2,
+  Binary = 3,
+  Dword = 4,
+  MultiString = 7,
+  Qword = 11
+};
 
 /// Whether this system has a registry.
 bool registryAvailable();

@@ -11,7 +11,8 @@ CEventLog::CEventLog(String const& source, String const& target) : m_source(sour
   if (source.isEmpty()) throw CInvalidArgError(u"CEventLog::CEventLog", u"the source name is empty");
   if (platform::SysError e = platform::eventLogOpen(source.str(), target.str(), m_handle))
     throw CSystemError(u"Error opening the system event log.", u"CEventLog::CEventLog", u"RegisterEventSourceW", e.code,
-                       String::fromUTF8(e.text), CProps().add(u"source", source).addCond(!target.isEmpty(), u"target", target));
+                       String::fromUTF8(e.text),
+                       CProps().add(u"source", source).addCond(!target.isEmpty(), u"target", target));
 }
 
 CEventLog::~CEventLog() { platform::eventLogClose(m_handle); }

@@ -14,11 +14,16 @@ namespace {
 
 platform::KnownFolder native(CKnownPaths::Folder which) {
   switch (which) {
-    case CKnownPaths::Temp: return platform::KnownFolder::Temp;
-    case CKnownPaths::Home: return platform::KnownFolder::Home;
-    case CKnownPaths::UserAppData: return platform::KnownFolder::UserAppData;
-    case CKnownPaths::MachineAppData: return platform::KnownFolder::MachineAppData;
-    case CKnownPaths::ProgramFiles: return platform::KnownFolder::ProgramFiles;
+    case CKnownPaths::Temp:
+      return platform::KnownFolder::Temp;
+    case CKnownPaths::Home:
+      return platform::KnownFolder::Home;
+    case CKnownPaths::UserAppData:
+      return platform::KnownFolder::UserAppData;
+    case CKnownPaths::MachineAppData:
+      return platform::KnownFolder::MachineAppData;
+    case CKnownPaths::ProgramFiles:
+      return platform::KnownFolder::ProgramFiles;
   }
   throw CInvalidArgError(u"CKnownPaths::getFolder", u"unknown folder");
 }
@@ -43,11 +48,16 @@ CURI CKnownPaths::getFolder(Folder which) {
 
 String CKnownPaths::getFolderName(Folder which) {
   switch (which) {
-    case Temp: return u"temp";
-    case Home: return u"home";
-    case UserAppData: return u"userAppData";
-    case MachineAppData: return u"machineAppData";
-    case ProgramFiles: return u"programFiles";
+    case Temp:
+      return u"temp";
+    case Home:
+      return u"home";
+    case UserAppData:
+      return u"userAppData";
+    case MachineAppData:
+      return u"machineAppData";
+    case ProgramFiles:
+      return u"programFiles";
   }
   return String();
 }

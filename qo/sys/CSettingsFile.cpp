@@ -99,9 +99,13 @@ std::string CSettingsFile::serialize() const {
       text += CSystemSettings::getTypeName(value.type);
       text += u":";
       switch (value.type) {
-        case CSystemSettings::TypeString: text += escape(value.text); break;
+        case CSystemSettings::TypeString:
+          text += escape(value.text);
+          break;
         case CSystemSettings::TypeInt32:
-        case CSystemSettings::TypeInt64: text += String::fromUTF8(std::to_string(value.number)); break;
+        case CSystemSettings::TypeInt64:
+          text += String::fromUTF8(std::to_string(value.number));
+          break;
         case CSystemSettings::TypeBinary:
           for (unsigned char b : value.bytes) {
             text += static_cast<char16_t>(kHex[b >> 4]);
@@ -114,7 +118,8 @@ std::string CSettingsFile::serialize() const {
             text += escape(value.list[i]);
           }
           break;
-        case CSystemSettings::TypeOther: break;
+        case CSystemSettings::TypeOther:
+          break;
       }
       text += u"\n";
     }
@@ -171,7 +176,8 @@ bool parseValue(String const& typeName, String const& body, CValue& value) {
     for (;;) {
       std::size_t comma = body.Find(u',', start);
       String item;
-      if (!CSettingsFile::unescape(body.Mid(start, comma == String::npos ? String::npos : comma - start), item) || item.isEmpty())
+      if (!CSettingsFile::unescape(body.Mid(start, comma == String::npos ? String::npos : comma - start), item) ||
+          item.isEmpty())
         return false;
       value.list.push_back(item);
       if (comma == String::npos) return true;
@@ -251,7 +257,8 @@ CSettingsFile CSettingsFile::parse(std::string const& bytes, String const& path)
     if (line.isEmpty() || line[0] == u'#') continue;
     if (line[0] == u'[') {
       String key;
-      if (line[line.length() - 1] != u']' || !CSettingsFile::unescape(line.Mid(1, line.length() - 2), key) || key.isEmpty())
+      if (line[line.length() - 1] != u']' || !CSettingsFile::unescape(line.Mid(1, line.length() - 2), key) ||
+          key.isEmpty())
         throw CFileCorruptedError(path);
       current = model.findSection(key);
       if (!current) {
@@ -271,6 +278,5 @@ CSettingsFile CSettingsFile::parse(std::string const& bytes, String const& path)
   }
   return model;
 }
-
 
 }  // namespace qo

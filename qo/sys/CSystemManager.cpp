@@ -52,7 +52,9 @@ void CSystemManager::getOSVersionNumbers(int& major, int& minor, int& build) con
   build = info.versionUpdate;
 }
 
-String CSystemManager::getOSDescription() const { return String(osInfo(u"CSystemManager::getOSDescription").description); }
+String CSystemManager::getOSDescription() const {
+  return String(osInfo(u"CSystemManager::getOSDescription").description);
+}
 
 bool CSystemManager::isOS64Bit() const { return osInfo(u"CSystemManager::isOS64Bit").is64Bit; }
 

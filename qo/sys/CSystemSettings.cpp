@@ -40,7 +40,8 @@ std::vector<String> splitKey(char const* place, String const& key) {
   for (std::size_t i = 0; i <= key.length(); ++i) {
     if (i == key.length() || key[i] == u'/' || key[i] == u'\\') {
       if (part.isEmpty())
-        throw CInvalidArgError(String::fromUTF8(place), u"the key or one of its parts is empty", CProps().add(u"key", key));
+        throw CInvalidArgError(String::fromUTF8(place), u"the key or one of its parts is empty",
+                               CProps().add(u"key", key));
       parts.push_back(part);
       part.clear();
     } else {
@@ -274,12 +275,18 @@ void CSystemSettings::setLockTimeout(int timeoutMs) {
 
 String CSystemSettings::getTypeName(ValueType type) {
   switch (type) {
-    case TypeString: return u"string";
-    case TypeInt32: return u"int32";
-    case TypeInt64: return u"int64";
-    case TypeBinary: return u"binary";
-    case TypeStringList: return u"stringList";
-    case TypeOther: break;
+    case TypeString:
+      return u"string";
+    case TypeInt32:
+      return u"int32";
+    case TypeInt64:
+      return u"int64";
+    case TypeBinary:
+      return u"binary";
+    case TypeStringList:
+      return u"stringList";
+    case TypeOther:
+      break;
   }
   return u"other";
 }
@@ -303,7 +310,8 @@ bool changeFile(String const& path, int lockTimeoutMs, std::function<bool(CSetti
 
 }  // namespace
 
-void CSystemSettings::store(Scope scope, String const& key, String const& name, CValue const& value, char const* place) {
+void CSystemSettings::store(Scope scope, String const& key, String const& name, CValue const& value,
+                            char const* place) {
   std::vector<String> parts = splitKey(place, key);
   if (value.type == TypeString && value.text.Find(u'\0') != String::npos)
     throw CInvalidArgError(String::fromUTF8(place), u"the string holds a NUL character", where(scope, key, name));
@@ -317,7 +325,8 @@ void CSystemSettings::store(Scope scope, String const& key, String const& name, 
   if (usesRegistry()) {
     std::vector<unsigned char> data;
     platform::RegType type = toRegistry(value, data);
-    if (platform::SysError e = platform::regSetValue(rootOf(scope), joinKey(parts, u'\\').str(), name.str(), type, data))
+    if (platform::SysError e =
+            platform::regSetValue(rootOf(scope), joinKey(parts, u'\\').str(), name.str(), type, data))
       throwRegistryError(place, u"RegSetValueExW", e, scope, key, name);
     return;
   }
@@ -385,8 +394,8 @@ void CSystemSettings::setStringList(Scope scope, String const& key, String const
   store(scope, key, name, v, "CSystemSettings::setStringList");
 }
 
-#define QO_SETTINGS_GET(type, place)                                  \
-  CValue value;                                                       \
+#define QO_SETTINGS_GET(type, place)                                          \
+  CValue value;                                                               \
   if (!load(scope, key, name, value, place)) throwNotFound(scope, key, name); \
   checkType(scope, key, name, value, type)
 
@@ -476,7 +485,8 @@ bool CSystemSettings::deleteKey(Scope scope, String const& key) {
     return found;
   }
   String fileKey = joinKey(parts, u'/');
-  return changeFile(getFilePath(scope), m_lockTimeoutMs, [&](CSettingsFile& model) { return model.removeKey(fileKey); });
+  return changeFile(getFilePath(scope), m_lockTimeoutMs,
+                    [&](CSettingsFile& model) { return model.removeKey(fileKey); });
 }
 
 }  // namespace qo

@@ -17,7 +17,7 @@ TEST(CSettingsFile, EscapesExactlyWhatTheFormatNeeds) {
       {u"a=b,c[d]#e", u"a\\x3db\\x2cc\\x5bd\\x5d\\x23e"},
       {u"\\", u"\\\\"},
       {u"\n\t\x7f", u"\\x0a\\x09\\x7f"},
-      {u"\u00e9\U0001F600", u"\u00e9\U0001F600"},               // a pair stays as it is
+      {u"\u00e9\U0001F600", u"\u00e9\U0001F600"},         // a pair stays as it is
       {String(u"\xD800x\xDC00", 3), u"\\ud800x\\udc00"},  // lone halves are escaped
   };
   for (Case const& c : cases) {
@@ -41,8 +41,9 @@ TEST(CSettingsFile, RepeatedKeysAndNamesMergeIgnoringCase) {
   EXPECT_EQ(file.sections[0].values[0].second.type, CSystemSettings::TypeInt64);
   EXPECT_EQ(file.sections[0].values[0].second.number, -2);
   EXPECT_TRUE(file.sections[0].values[1].second.list.empty());
-  EXPECT_EQ(file.serialize(), "# Settings kept by the qo library; one [key] per section, name=type:value.\n"
-                              "[A/b]\nn=int64:-2\nm=stringList:\n");
+  EXPECT_EQ(file.serialize(),
+            "# Settings kept by the qo library; one [key] per section, name=type:value.\n"
+            "[A/b]\nn=int64:-2\nm=stringList:\n");
   EXPECT_TRUE(file.removeKey(u"a"));
   EXPECT_TRUE(file.sections.empty());
   EXPECT_THROW(CSettingsFile::parse("[k]\nn=int32:1\n\xff\n", u"p"), CFileCorruptedError);

@@ -27,8 +27,8 @@ TEST(CSystemManager, AnswersMatchTheSystemsOwn) {
   EXPECT_EQ(sys.get(), CSystemManager::get().get());
   int major = -1, minor = -1, build = -1;
   sys->getOSVersionNumbers(major, minor, build);
-  EXPECT_EQ(sys->getOSVersion(), String::fromUTF8(std::to_string(major) + "." + std::to_string(minor) + "." +
-                                                  std::to_string(build)));
+  EXPECT_EQ(sys->getOSVersion(),
+            String::fromUTF8(std::to_string(major) + "." + std::to_string(minor) + "." + std::to_string(build)));
   EXPECT_TRUE(sys->isOS64Bit());  // the library is built 64-bit only
   EXPECT_GT(sys->getTotalMemory(), 0u);
   EXPECT_LE(sys->getAvailableMemory(), sys->getTotalMemory());

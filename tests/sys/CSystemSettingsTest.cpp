@@ -82,12 +82,23 @@ std::vector<Case> cases() {
 void set(S& s, S::Scope scope, String const& key, Case const& c) {
   String name = String::fromUTF8(c.name);
   switch (c.type) {
-    case S::TypeString: s.setString(scope, key, name, c.text); break;
-    case S::TypeInt32: s.setInt32(scope, key, name, static_cast<std::int32_t>(c.number)); break;
-    case S::TypeInt64: s.setInt64(scope, key, name, c.number); break;
-    case S::TypeBinary: s.setBinary(scope, key, name, c.bytes); break;
-    case S::TypeStringList: s.setStringList(scope, key, name, c.list); break;
-    case S::TypeOther: break;
+    case S::TypeString:
+      s.setString(scope, key, name, c.text);
+      break;
+    case S::TypeInt32:
+      s.setInt32(scope, key, name, static_cast<std::int32_t>(c.number));
+      break;
+    case S::TypeInt64:
+      s.setInt64(scope, key, name, c.number);
+      break;
+    case S::TypeBinary:
+      s.setBinary(scope, key, name, c.bytes);
+      break;
+    case S::TypeStringList:
+      s.setStringList(scope, key, name, c.list);
+      break;
+    case S::TypeOther:
+      break;
   }
 }
 
@@ -95,12 +106,23 @@ void expectValue(S const& s, S::Scope scope, String const& key, Case const& c) {
   String name = String::fromUTF8(c.name);
   ASSERT_EQ(s.getValueType(scope, key, name), c.type);
   switch (c.type) {
-    case S::TypeString: EXPECT_EQ(s.getString(scope, key, name), c.text); break;
-    case S::TypeInt32: EXPECT_EQ(s.getInt32(scope, key, name), c.number); break;
-    case S::TypeInt64: EXPECT_EQ(s.getInt64(scope, key, name), c.number); break;
-    case S::TypeBinary: EXPECT_EQ(s.getBinary(scope, key, name), c.bytes); break;
-    case S::TypeStringList: EXPECT_EQ(s.getStringList(scope, key, name), c.list); break;
-    case S::TypeOther: break;
+    case S::TypeString:
+      EXPECT_EQ(s.getString(scope, key, name), c.text);
+      break;
+    case S::TypeInt32:
+      EXPECT_EQ(s.getInt32(scope, key, name), c.number);
+      break;
+    case S::TypeInt64:
+      EXPECT_EQ(s.getInt64(scope, key, name), c.number);
+      break;
+    case S::TypeBinary:
+      EXPECT_EQ(s.getBinary(scope, key, name), c.bytes);
+      break;
+    case S::TypeStringList:
+      EXPECT_EQ(s.getStringList(scope, key, name), c.list);
+      break;
+    case S::TypeOther:
+      break;
   }
 }
 
@@ -125,9 +147,8 @@ void roundTrip(String const& root, String const& key) {
 }
 
 String scratchKey() {
-  return u"Software/qo-tests/settings-" + String::fromUTF8(std::to_string(std::filesystem::file_time_type::clock::now()
-                                                                               .time_since_epoch()
-                                                                               .count()));
+  return u"Software/qo-tests/settings-" +
+         String::fromUTF8(std::to_string(std::filesystem::file_time_type::clock::now().time_since_epoch().count()));
 }
 
 TEST(CSystemSettings, FileStoreRoundTripsEveryType) {
@@ -238,14 +259,16 @@ TEST(CSystemSettings, ThreadsWithTheirOwnStoresLoseNoChange) {
     threads.emplace_back([&folder, t] {
       S s;
       s.setRootFolder(folder.path());
-      for (int i = 0; i < kWrites; ++i) s.setInt64(S::User, u"shared", String::fromUTF8(std::to_string(t * 100 + i)), i);
+      for (int i = 0; i < kWrites; ++i)
+        s.setInt64(S::User, u"shared", String::fromUTF8(std::to_string(t * 100 + i)), i);
     });
   for (auto& thread : threads) thread.join();
   S s;
   s.setRootFolder(folder.path());
   EXPECT_EQ(s.listValueNames(S::User, u"shared").size(), static_cast<std::size_t>(kThreads * kWrites));
   for (int t = 0; t < kThreads; ++t)
-    for (int i = 0; i < kWrites; ++i) EXPECT_EQ(s.getInt64(S::User, u"shared", String::fromUTF8(std::to_string(t * 100 + i))), i);
+    for (int i = 0; i < kWrites; ++i)
+      EXPECT_EQ(s.getInt64(S::User, u"shared", String::fromUTF8(std::to_string(t * 100 + i))), i);
 }
 
 TEST(CSystemSettings, HeldLockFileStopsAChangeAfterTheTimeout) {

@@ -49,7 +49,9 @@ void fill(struct passwd const& pw, AccountInfo& out) {
   out.isAdmin = pw.pw_uid == 0;
 }
 
-SysError error(int code) { return SysError{static_cast<std::uint32_t>(code), sysErrorText(static_cast<std::uint32_t>(code))}; }
+SysError error(int code) {
+  return SysError{static_cast<std::uint32_t>(code), sysErrorText(static_cast<std::uint32_t>(code))};
+}
 
 // Runs getpw*_r with a growing buffer. "Not found" is rc 0 with no result;
 // some libcs report it as ENOENT/ESRCH/EBADF/EPERM instead.

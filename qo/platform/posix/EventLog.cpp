@@ -63,7 +63,8 @@ SysError eventLogWrite(EventLogHandle handle, EventType type, std::u16string con
   if (localtime_r(&now, &local)) strftime(stamp, sizeof stamp, "%b %e %H:%M:%S", &local);
   char head[64];
   std::snprintf(head, sizeof head, "<%d>%s ", LOG_USER | severity, stamp);
-  std::string packet = head + handle->ident + "[" + std::to_string(static_cast<long>(getpid())) + "]: " + toUTF8(message);
+  std::string packet =
+      head + handle->ident + "[" + std::to_string(static_cast<long>(getpid())) + "]: " + toUTF8(message);
   for (;;) {
     if (::send(handle->socket, packet.data(), packet.size(), MSG_NOSIGNAL) >= 0) return SysError();
     if (errno != EINTR) return lastSysError();

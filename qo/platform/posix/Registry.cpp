@@ -10,7 +10,8 @@ SysError none() { return SysError{ENOSYS, sysErrorText(ENOSYS)}; }
 
 bool registryAvailable() { return false; }
 
-SysError regSetValue(RegRoot, std::u16string const&, std::u16string const&, RegType, std::vector<unsigned char> const&) {
+SysError regSetValue(RegRoot, std::u16string const&, std::u16string const&, RegType,
+                     std::vector<unsigned char> const&) {
   return none();
 }
 

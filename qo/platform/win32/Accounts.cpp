@@ -12,13 +12,17 @@ namespace qo::platform {
 
 namespace {
 
-std::u16string u16(wchar_t const* text) { return text ? std::u16string(reinterpret_cast<char16_t const*>(text)) : std::u16string(); }
+std::u16string u16(wchar_t const* text) {
+  return text ? std::u16string(reinterpret_cast<char16_t const*>(text)) : std::u16string();
+}
 
 wchar_t const* wide(std::u16string const& text) { return reinterpret_cast<wchar_t const*>(text.c_str()); }
 
 SysError status(DWORD code) { return SysError{static_cast<std::uint32_t>(code), sysErrorText(code)}; }
 
-bool isNotFound(DWORD code) { return code == ERROR_NONE_MAPPED || code == ERROR_INVALID_SID || code == ERROR_INVALID_PARAMETER; }
+bool isNotFound(DWORD code) {
+  return code == ERROR_NONE_MAPPED || code == ERROR_INVALID_SID || code == ERROR_INVALID_PARAMETER;
+}
 
 SysError sidText(PSID sid, std::u16string& out) {
   wchar_t* text = nullptr;
@@ -50,7 +54,8 @@ SysError nameOfSid(PSID sid, bool& found, AccountInfo& out) {
 std::u16string administratorsName() {
   SID_IDENTIFIER_AUTHORITY nt = SECURITY_NT_AUTHORITY;
   PSID admins = nullptr;
-  if (!AllocateAndInitializeSid(&nt, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS, 0, 0, 0, 0, 0, 0, &admins))
+  if (!AllocateAndInitializeSid(&nt, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS, 0, 0, 0, 0, 0, 0,
+                                &admins))
     return std::u16string();
   AccountInfo info;
   bool found = false;
@@ -192,8 +197,8 @@ SysError accountGroupsOfUser(std::u16string const& name, bool& found, std::vecto
   LOCALGROUP_USERS_INFO_0* groups = nullptr;
   DWORD read = 0;
   DWORD total = 0;
-  NET_API_STATUS rc = NetUserGetLocalGroups(nullptr, wide(name), 0, LG_INCLUDE_INDIRECT, reinterpret_cast<BYTE**>(&groups),
-                                            MAX_PREFERRED_LENGTH, &read, &total);
+  NET_API_STATUS rc = NetUserGetLocalGroups(nullptr, wide(name), 0, LG_INCLUDE_INDIRECT,
+                                            reinterpret_cast<BYTE**>(&groups), MAX_PREFERRED_LENGTH, &read, &total);
   if (rc != NERR_Success) return status(rc);
   for (DWORD i = 0; i < read; ++i) out.push_back(u16(groups[i].lgrui0_name));
   if (groups) NetApiBufferFree(groups);
