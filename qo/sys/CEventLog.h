@@ -6,7 +6,10 @@
 // syslog on Linux (facility user, the source as ident, the process id in
 // brackets, sent to the local log socket as syslog(3) does). A source that
 // cannot be opened, or a log service that is not there, throws
-// CSystemError; the event text is sent as it is.
+// CSystemError; the event text is sent as it is. On Windows the event has id
+// 0 and the text as its one insertion string: a source without a registered
+// message file shows it behind the Event Viewer's "description cannot be
+// found" note, which is what an installer's message file would replace.
 //
 //   P<CEventLog> log = newP<CEventLog>(u"AcmeBackup");
 //   log->write(CEventLog::Warning, u"The backup target is almost full.");
