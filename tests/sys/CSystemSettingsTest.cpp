@@ -191,6 +191,37 @@ TEST(CSystemSettings, FileHasTheDocumentedFormatAndLocation) {
   EXPECT_FALSE(localFileExists(s.getFilePath(S::User)));
 }
 
+#ifndef _WIN32
+TEST(CSystemSettings, LinuxFilesFollowTheXdgConfigRule) {
+  struct Case {
+    char const* config;
+    char const* user;
+  } const cases[] = {
+      {"/x/conf", "/x/conf/qo-settings.conf"},
+      {nullptr, "/h/me/.config/qo-settings.conf"},
+      {"relative", "/h/me/.config/qo-settings.conf"},  // not absolute: ignored
+  };
+  std::string oldHome = readEnv("HOME"), oldConfig = readEnv("XDG_CONFIG_HOME");
+  bool hadConfig = std::getenv("XDG_CONFIG_HOME") != nullptr;
+  setenv("HOME", "/h/me", 1);
+  for (Case const& c : cases) {
+    SCOPED_TRACE(c.config ? c.config : "(unset)");
+    if (c.config)
+      setenv("XDG_CONFIG_HOME", c.config, 1);
+    else
+      unsetenv("XDG_CONFIG_HOME");
+    S s;
+    EXPECT_EQ(s.getFilePath(S::User).toUTF8(), c.user);
+    EXPECT_EQ(s.getFilePath(S::Machine), u"/etc/qo-settings.conf");
+  }
+  setenv("HOME", oldHome.c_str(), 1);
+  if (hadConfig)
+    setenv("XDG_CONFIG_HOME", oldConfig.c_str(), 1);
+  else
+    unsetenv("XDG_CONFIG_HOME");
+}
+#endif
+
 TEST(CSystemSettings, MissingValuesAndWrongTypesGiveClearErrors) {
   test::TempFolder folder("qo-settings");
   S s;
