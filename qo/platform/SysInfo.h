@@ -4,8 +4,10 @@
 // The session log's header describes the system it was written on; these
 // functions gather the facts. Windows: RtlGetVersion (the version the
 // kernel reports, not the compatibility-shimmed GetVersionEx value),
-// GlobalMemoryStatusEx, GetActiveProcessorCount. POSIX: uname, the
-// "/etc/os-release" description, sysconf.
+// GlobalMemoryStatusEx, GetActiveProcessorCount, GetComputerNameExW,
+// GetTickCount64, GetTokenInformation (TokenElevation), RegGetValueW (the
+// long-path and UAC switches). POSIX: uname, the "/etc/os-release"
+// description, sysconf, gethostname, clock_gettime(CLOCK_BOOTTIME), geteuid.
 //
 //   OsInfo os;
 //   if (!getOsInfo(os)) use(os.type, os.versionMajor, os.description);
@@ -51,6 +53,31 @@ SysError getMemoryInfo(MemoryInfo& out);
 /// The number of logical processors the OS runs this process's threads on;
 /// at least 1.
 int getCoreCount();
+
+/// The machine's host name (Windows: the DNS host name, else the NetBIOS
+/// name).
+SysError getMachineName(std::u16string& out);
+
+/// Milliseconds since the system started, including time asleep where the
+/// OS counts it (CLOCK_BOOTTIME; GetTickCount64).
+SysError getUptimeMillis(long long& out);
+
+/// Whether this process runs with full administrator rights: Windows the
+/// token's elevation, POSIX an effective user id of 0.
+SysError getProcessElevated(bool& out);
+
+/// Windows: whether the system lets programs that declare it use paths
+/// beyond MAX_PATH (LongPathsEnabled); a missing switch counts as false.
+/// POSIX: has no such limit to switch; out is false (see
+/// hasWindowsFeatureSwitches()).
+SysError getLongPathsEnabled(bool& out);
+
+/// Windows: whether User Account Control is on (EnableLUA; missing counts as
+/// on, as Windows treats it). POSIX: false.
+SysError getUacEnabled(bool& out);
+
+/// True where the Windows feature switches above exist (Windows).
+bool hasWindowsFeatureSwitches();
 
 }  // namespace qo::platform
 

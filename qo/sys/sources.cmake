@@ -4,7 +4,16 @@ set(QO_SYS_CLASSES
   # processes and command lines
   CCommandLine
   CProcess
+  # system information, settings, accounts, known paths, event log
+  CEventLog
+  CKnownPaths
+  CSettingsFile
+  CSystemAccountManager
+  CSystemManager
+  CSystemSettings
+  CVistaFeatures
 )
-list(APPEND QO_PLATFORM_SERVICES Process)
-# advapi32: process tokens and account names; shell32: CommandLineToArgvW.
-list(APPEND QO_WIN32_LIBS advapi32 shell32)
+list(APPEND QO_PLATFORM_SERVICES Process Accounts EventLog KnownPaths Registry)
+# advapi32: tokens, account names, the registry and the event log;
+# shell32: CommandLineToArgvW and known folders; netapi32: NetUserEnum.
+list(APPEND QO_WIN32_LIBS advapi32 shell32 netapi32 userenv ole32)

@@ -3,6 +3,7 @@
 #include "qo/platform/CodePage.h"
 
 #include <sys/utsname.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -105,5 +106,41 @@ int getCoreCount() {
   long count = sysconf(_SC_NPROCESSORS_ONLN);
   return count >= 1 ? static_cast<int>(count) : 1;
 }
+
+SysError getMachineName(std::u16string& out) {
+  out.clear();
+  char name[256] = {};
+  if (gethostname(name, sizeof name - 1) != 0) return lastSysError();
+  out = fromUTF8(name);
+  return SysError();
+}
+
+SysError getUptimeMillis(long long& out) {
+  out = 0;
+  struct timespec now = {};
+#ifdef CLOCK_BOOTTIME
+  if (clock_gettime(CLOCK_BOOTTIME, &now) != 0)
+#endif
+    if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) return lastSysError();
+  out = static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+  return SysError();
+}
+
+SysError getProcessElevated(bool& out) {
+  out = geteuid() == 0;
+  return SysError();
+}
+
+SysError getLongPathsEnabled(bool& out) {
+  out = false;
+  return SysError();
+}
+
+SysError getUacEnabled(bool& out) {
+  out = false;
+  return SysError();
+}
+
+bool hasWindowsFeatureSwitches() { return false; }
 
 }  // namespace qo::platform

@@ -85,4 +85,74 @@ int getCoreCount() {
   return count >= 1 ? static_cast<int>(count) : 1;
 }
 
+SysError getMachineName(std::u16string& out) {
+  out.clear();
+  wchar_t name[256] = {};
+  DWORD size = 256;
+  if (!GetComputerNameExW(ComputerNameDnsHostname, name, &size)) {
+    size = 256;
+    if (!GetComputerNameW(name, &size)) return lastSysError();
+  }
+  out.assign(reinterpret_cast<char16_t const*>(name), size);
+  return SysError();
+}
+
+SysError getUptimeMillis(long long& out) {
+  out = static_cast<long long>(GetTickCount64());
+  return SysError();
+}
+
+SysError getProcessElevated(bool& out) {
+  out = false;
+  HANDLE token = nullptr;
+  if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) return lastSysError();
+  TOKEN_ELEVATION elevation = {};
+  DWORD size = 0;
+  SysError error;
+  if (GetTokenInformation(token, TokenElevation, &elevation, sizeof elevation, &size))
+    out = elevation.TokenIsElevated != 0;
+  else
+    error = lastSysError();
+  CloseHandle(token);
+  return error;
+}
+
+namespace {
+
+// A REG_DWORD under HKLM (64-bit view); missing gives fallback.
+SysError machineDword(wchar_t const* key, wchar_t const* name, DWORD fallback, DWORD& out) {
+  DWORD size = sizeof out;
+  HKEY handle = nullptr;
+  LSTATUS status = RegOpenKeyExW(HKEY_LOCAL_MACHINE, key, 0, KEY_QUERY_VALUE | KEY_WOW64_64KEY, &handle);
+  if (status == ERROR_SUCCESS) {
+    status = RegGetValueW(handle, nullptr, name, RRF_RT_REG_DWORD, nullptr, &out, &size);
+    RegCloseKey(handle);
+  }
+  if (status == ERROR_FILE_NOT_FOUND || status == ERROR_PATH_NOT_FOUND) {
+    out = fallback;
+    return SysError();
+  }
+  if (status != ERROR_SUCCESS) return SysError{static_cast<std::uint32_t>(status), sysErrorText(status)};
+  return SysError();
+}
+
+}  // namespace
+
+SysError getLongPathsEnabled(bool& out) {
+  DWORD value = 0;
+  SysError error = machineDword(L"SYSTEM\\CurrentControlSet\\Control\\FileSystem", L"LongPathsEnabled", 0, value);
+  out = value != 0;
+  return error;
+}
+
+SysError getUacEnabled(bool& out) {
+  DWORD value = 1;
+  SysError error =
+      machineDword(L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Policies\\System", L"EnableLUA", 1, value);
+  out = value != 0;
+  return error;
+}
+
+bool hasWindowsFeatureSwitches() { return true; }
+
 }  // namespace qo::platform
