@@ -10,8 +10,7 @@ namespace qo {
 CEventLog::CEventLog(String const& source, String const& target) : m_source(source) {
   if (source.isEmpty()) throw CInvalidArgError(u"CEventLog::CEventLog", u"the source name is empty");
   if (platform::SysError e = platform::eventLogOpen(source.str(), target.str(), m_handle))
-    throw CSystemError(u"Error opening the system event log.", u"CEventLog::CEventLog", u"RegisterEventSourceW", e.code,
-                       String::fromUTF8(e.text),
+    throw CSystemError(u"Error opening the system event log.", u"CEventLog::CEventLog", u"RegisterEventSourceW", e,
                        CProps().add(u"source", source).addCond(!target.isEmpty(), u"target", target));
 }
 
@@ -23,8 +22,7 @@ void CEventLog::write(Type type, String const& message) {
                                                  : platform::EventType::Information;
   CMutexLock lock(m_mutex);
   if (platform::SysError e = platform::eventLogWrite(m_handle, native, message.str()))
-    throw CSystemError(u"Error writing to the system event log.", u"CEventLog::write", u"ReportEventW", e.code,
-                       String::fromUTF8(e.text), CProps().add(u"source", m_source));
+    throw CSystemError(u"Error writing to the system event log.", u"CEventLog::write", u"ReportEventW", e, CProps().add(u"source", m_source));
 }
 
 }  // namespace qo

@@ -37,7 +37,7 @@ public:
 
   /// Opens the event source named source. target: Linux the log socket's
   /// path ("" = "/dev/log", the system's), Windows the server ("" = this
-  /// machine). Throws CSystemError (api "RegisterEventSourceW") when it
+  /// machine). Throws CSystemError (api "RegisterEventSourceW"; POSIX: "socket" or "connect") when it
   /// cannot be opened, CInvalidArgError for an empty source.
   explicit CEventLog(String const& source, String const& target = String());
   /// Closes the source; never throws.
@@ -45,7 +45,7 @@ public:
   CEventLog(CEventLog const&) = delete;
   CEventLog& operator=(CEventLog const&) = delete;
 
-  /// Writes one event. Throws CSystemError (api "ReportEventW") when the
+  /// Writes one event. Throws CSystemError (api "ReportEventW"; POSIX: "send") when the
   /// log refuses it. Thread-safe.
   void write(Type type, String const& message);
   /// The source name as given. Thread-safe.

@@ -28,7 +28,7 @@ TEST(CEventLog, BadSourcesAreRefused) {
     CEventLog log(u"qo-test", folder.path("no-socket"));
     ADD_FAILURE() << "no error";
   } catch (CSystemError const& e) {
-    EXPECT_EQ(e.getParams().lookup(CSystemError::paramAPI()), u"RegisterEventSourceW");
+    EXPECT_EQ(e.getParams().lookup(CSystemError::paramAPI()), u"connect");
     EXPECT_EQ(e.getParams().lookup(u"source"), u"qo-test");
     EXPECT_EQ(e.getErrorCode(), ENOENT);
   }

@@ -39,12 +39,12 @@ SysError eventLogOpen(std::u16string const& source, std::u16string const& target
   struct sockaddr_un address;
   std::memset(&address, 0, sizeof address);
   address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof address.sun_path) return SysError{ENAMETOOLONG, sysErrorText(ENAMETOOLONG)};
+  if (path.size() >= sizeof address.sun_path) return sysErrorOf(ENAMETOOLONG, "connect");
   std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
   int fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  if (fd < 0) return lastSysError();
+  if (fd < 0) return lastSysError("socket");
   if (::connect(fd, reinterpret_cast<struct sockaddr*>(&address), sizeof address) != 0) {
-    SysError e = lastSysError();
+    SysError e = lastSysError("connect");
     ::close(fd);
     return e;
   }
@@ -55,7 +55,7 @@ SysError eventLogOpen(std::u16string const& source, std::u16string const& target
 }
 
 SysError eventLogWrite(EventLogHandle handle, EventType type, std::u16string const& message) {
-  if (!handle) return SysError{EBADF, sysErrorText(EBADF)};
+  if (!handle) return sysErrorOf(EBADF, "send");
   int severity = type == EventType::Error ? LOG_ERR : type == EventType::Warning ? LOG_WARNING : LOG_INFO;
   time_t now = time(nullptr);
   struct tm local;
@@ -67,7 +67,7 @@ SysError eventLogWrite(EventLogHandle handle, EventType type, std::u16string con
       head + handle->ident + "[" + std::to_string(static_cast<long>(getpid())) + "]: " + toUTF8(message);
   for (;;) {
     if (::send(handle->socket, packet.data(), packet.size(), MSG_NOSIGNAL) >= 0) return SysError();
-    if (errno != EINTR) return lastSysError();
+    if (errno != EINTR) return lastSysError("send");
   }
 }
 
