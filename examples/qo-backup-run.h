@@ -39,6 +39,7 @@ struct Totals {
   long long filesUnchanged = 0;
   long long filesFailed = 0;
   long long filesVanished = 0;
+  long long filesChanged = 0;  ///< Changed while copied, twice: old copy kept.
   long long foldersCreated = 0;
   long long foldersFailed = 0;
   long long entriesSkipped = 0;  ///< Links to folders, devices, pipes ...
@@ -64,7 +65,9 @@ public:
 
   Totals const& getTotals() const { return m_totals; }
   /// True when anything failed.
-  bool hasFailures() const { return m_totals.filesFailed > 0 || m_totals.foldersFailed > 0; }
+  bool hasFailures() const {
+    return m_totals.filesFailed > 0 || m_totals.foldersFailed > 0 || m_totals.filesChanged > 0;
+  }
 
 private:
   class CCountingInStream;
@@ -72,11 +75,19 @@ private:
     qo::String relative;  ///< "/"-separated, below the source folder.
     long long size = 0;
     qo::CTime modified;
+    int mode = -1;  ///< POSIX permission bits; -1 on Windows.
+    qo::TFlags<qo::IFileInfoBase::Attribute> attributes;
+    bool retried = false;  ///< Copied once more after it changed.
+  };
+  struct Folder {
+    qo::String relative;
+    qo::CTime modified;
+    int mode = -1;
+    qo::TFlags<qo::IFileInfoBase::Attribute> attributes;
   };
   struct Pending {
     File const* file = nullptr;
     qo::CURI target;
-    qo::CURI temporary;
     qo::P<qo::IBackgroundOp> op;
     qo::P<CCountingInStream> source;
   };
@@ -88,6 +99,10 @@ private:
   void copyFiles();
   void startCopy(File const& file);
   void finishOldest();
+  void requeueChanged(File const& file);
+  void applyMetaData(qo::CURI const& target, qo::CTime modified, int mode,
+                     qo::TFlags<qo::IFileInfoBase::Attribute> attributes);
+  void finishFolders();
   bool isUnchanged(File const& file, qo::CURI const& target);
   bool isListed(qo::String const& relative);
   void showProgress(bool force = false);
@@ -101,17 +116,23 @@ private:
   qo::P<qo::IFileSystem> m_fs;
   std::vector<qo::P<qo::IFileSystem>> m_storeFs;
   CConsole& m_console;
-  std::vector<qo::String> m_folders;
-  std::vector<File> m_files;
+  std::vector<Folder> m_folders;
+  std::deque<File> m_files;  ///< A deque: files queued again keep the others in place.
   std::deque<Pending> m_pending;
   Totals m_totals;
   Progress m_progress;
   long long m_bytesOfFinished = 0;  ///< Bytes of files done before the ones in flight.
-  long long m_temporaryCounter = 0;
+  std::size_t m_storeCounter = 0;
 };
 
-/// An error's description followed by those of its causes.
+/// An error's description followed by those of its causes, without the
+/// library's internal trace.
 std::string describe(std::exception const& e);
+
+/// text in UTF-8 for people: a lone surrogate that stands for a byte of a
+/// name that is not UTF-8 (U+DC80..U+DCFF) shows as "\xNN", any other lone
+/// surrogate or control character as "\uNNNN".
+std::string printable(qo::String const& text);
 
 }  // namespace qobackup
 

@@ -5,6 +5,14 @@
 // 247 characters on; POSIX: "/x"), and the path goes to the platform's
 // FileSystem service or, for data, to a CLocalFileStream.
 //
+// Replacing never destroys data: an overwriting store or copy writes a
+// temporary file "~qo-<16 hex digits>.tmp" in the target's folder (created
+// readable by its owner only on POSIX), flushes it to the medium and then
+// renames it over the target, flushing the folder too (Windows: MoveFileExW
+// with write-through). The target holds the old or the complete new content
+// at every moment, also across a crash or a kill; a failed store or copy
+// removes its temporary file (a killed one leaves it, see isTemporaryName).
+//
 // Arguments the interface leaves open mean here:
 //   backgroundStore(..., overwrite, ...)   replace an existing target
 //   getFileInfo(uri, followLinks)          report a link's target instead
@@ -90,11 +98,25 @@ public:
   /// Throws CBadPathError for a relative path. Thread-safe.
   static CURI toURI(String const& nativePath, bool isFolder);
 
+  /// True when name is one the file system gives its temporary files
+  /// ("~qo-" and 16 hexadecimal digits, ".tmp"): what is left of a store or
+  /// copy that was killed. Thread-safe.
+  static bool isTemporaryName(String const& name);
+  /// Stores length bytes (-1: to its end) of source as the file target, in
+  /// the calling thread, through a temporary file renamed into place (see
+  /// the top): a source that throws, or a failed write, leaves the target as
+  /// it was. An existing target is replaced when overwrite is set, else
+  /// CFileSystemError kAlreadyExists. Throws CInvalidArgError
+  /// ("CLocalFileSystem::storeFile") for a null source or a length below -1,
+  /// the source's errors, CIOError kind 1 (open) or 3 (write) for the
+  /// temporary file, or the CFileSystemError / CIOError of the rename.
+  /// Thread-safe.
+  void storeFile(CURI const& target, long long length, IInStream* source, bool overwrite);
+
   // --- background: queued on the worker; errors come from the operation ----
-  /// Stores length bytes (-1: to its end) of source as the file target,
-  /// replacing an existing file when overwrite is set (else the operation
-  /// fails with CIOError kind 1, "fileSysProblem" 2). Throws
-  /// CInvalidArgError for a null source or a length below -1.
+  /// storeFile(target, length, source, overwrite) on the worker. Throws
+  /// CInvalidArgError ("CLocalFileSystem::backgroundStore") for a null source
+  /// or a length below -1.
   P<IBackgroundOp> backgroundStore(CURI const& target, long long length, IInStream* source, bool overwrite,
                                    IDoneListener* listener) override;
   /// createFolder(uri, options) on the worker.
@@ -206,12 +228,14 @@ public:
   void moveFileOrFolder(CURI const& from, CURI const& to, bool overwrite) override;
   /// Copies the file from to to with its times and permissions; an existing
   /// file at to is replaced when overwrite is set, else kAlreadyExists.
-  /// kWrongKind when either is a folder. A failed copy leaves no target.
+  /// kWrongKind when either is a folder. A failed copy leaves no new target
+  /// and an old one as it was (see the top).
   void copyFile(CURI const& from, CURI const& to, bool overwrite) override;
 
 private:
   class CFolderIterator;
   class CMetaModifier;
+  class CStoreJob;
 
   P<CBackgroundOpThread> worker();
 

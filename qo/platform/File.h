@@ -66,6 +66,9 @@ struct FileOpenOptions {
   bool sequential = false;
   bool randomAccess = false;
   bool deleteOnClose = false;
+  /// A file this open creates is readable and writable by its owner only
+  /// (POSIX permission bits 0600); Windows ignores it.
+  bool ownerOnly = false;
 };
 
 /// What kind of failure a SysError of this service is, for choosing the

@@ -113,9 +113,15 @@ SysError fsRemoveLink(std::u16string const& path);
 /// (a folder never replaces a non-empty folder). Windows may copy a file
 /// across volumes; POSIX returns a CrossDevice error instead.
 SysError fsRename(std::u16string const& from, std::u16string const& to, bool overwrite);
+/// Renames the file from to to durably, replacing a file at to only when
+/// overwrite is set: once it returns, the new name survives a power cut.
+/// POSIX: rename (renameat2 without replacing) and then fsync of to's folder;
+/// Windows: MoveFileExW with MOVEFILE_WRITE_THROUGH (and
+/// MOVEFILE_REPLACE_EXISTING), never copying across volumes.
+SysError fsReplaceFile(std::u16string const& from, std::u16string const& to, bool overwrite);
 /// Copies the file from to to with its times and permissions (attributes
-/// on Windows), replacing to only when overwrite is set. Copying a file onto
-/// itself fails without touching it.
+/// on Windows), replacing to only when overwrite is set, and flushes the
+/// copy to the medium (on Windows unless the copy is read-only). Copying a file onto itself fails without touching it.
 SysError fsCopyFile(std::u16string const& from, std::u16string const& to, bool overwrite);
 /// Makes link a new name of the existing file target.
 SysError fsCreateHardLink(std::u16string const& link, std::u16string const& target);

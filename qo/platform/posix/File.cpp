@@ -125,7 +125,7 @@ SysError fileOpen(char16_t const* path, std::size_t length, FileOpenOptions cons
   }
   int fd;
   do {
-    fd = ::open(utf8.c_str(), flags, 0666);
+    fd = ::open(utf8.c_str(), flags, options.ownerOnly ? 0600 : 0666);
   } while (fd < 0 && errno == EINTR);
   if (fd < 0) return lastSysError();
   // open() happily opens a folder for reading; a file service must not.

@@ -296,6 +296,22 @@ SysError fsRename(std::u16string const& from, std::u16string const& to, bool ove
   return retrying([&] { return rename(f.c_str(), t.c_str()); });
 }
 
+SysError fsReplaceFile(std::u16string const& from, std::u16string const& to, bool overwrite) {
+  if (SysError e = fsRename(from, to, overwrite)) return e;
+  QO_FS_PATH(t, to);
+  std::size_t const slash = t.rfind('/');
+  std::string const folder = slash == std::string::npos ? std::string(".") : slash == 0 ? std::string("/") : t.substr(0, slash);
+  int fd;
+  do {
+    fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  } while (fd < 0 && errno == EINTR);
+  if (fd < 0) return errorOf(errno);
+  // Some file systems cannot flush a folder (EINVAL): the rename stands.
+  SysError e = fsync(fd) == 0 || errno == EINVAL ? ok() : errorOf(errno);
+  close(fd);
+  return e;
+}
+
 SysError fsCopyFile(std::u16string const& from, std::u16string const& to, bool overwrite) {
   QO_FS_PATH(f, from);
   QO_FS_PATH(t, to);
@@ -337,6 +353,7 @@ SysError fsCopyFile(std::u16string const& from, std::u16string const& to, bool o
   if (!e && fchmod(out, source.st_mode & 07777) != 0) e = errorOf(errno);
   timespec const times[2] = {source.st_atim, source.st_mtim};
   if (!e && futimens(out, times) != 0) e = errorOf(errno);
+  if (!e && fsync(out) != 0) e = errorOf(errno);
   if (close(out) != 0 && !e) e = errorOf(errno);
   close(in);
   // A half-written copy must not pass for the file.

@@ -376,6 +376,14 @@ SysError fsRename(std::u16string const& from, std::u16string const& to, bool ove
   return errorOf(code);
 }
 
+SysError fsReplaceFile(std::u16string const& from, std::u16string const& to, bool overwrite) {
+  QO_FS_PATH(f, from);
+  QO_FS_PATH(t, to);
+  DWORD const flags = MOVEFILE_WRITE_THROUGH | (overwrite ? MOVEFILE_REPLACE_EXISTING : 0);
+  if (MoveFileExW(f.c_str(), t.c_str(), flags)) return ok();
+  return errorOf(GetLastError());
+}
+
 SysError fsCopyFile(std::u16string const& from, std::u16string const& to, bool overwrite) {
   QO_FS_PATH(f, from);
   QO_FS_PATH(t, to);
@@ -384,8 +392,16 @@ SysError fsCopyFile(std::u16string const& from, std::u16string const& to, bool o
     return errorOf(attributes == INVALID_FILE_ATTRIBUTES ? GetLastError() : ERROR_DIRECTORY);
   }
   if (overwrite && sameFile(f, t)) return errorOf(ERROR_INVALID_PARAMETER);
-  if (CopyFileW(f.c_str(), t.c_str(), overwrite ? FALSE : TRUE)) return ok();
-  return errorOf(GetLastError());
+  if (!CopyFileW(f.c_str(), t.c_str(), overwrite ? FALSE : TRUE)) return errorOf(GetLastError());
+  // The copy to the medium; a read-only copy cannot be opened to flush it
+  // and stays as the system's cache has it.
+  HANDLE const copy = CreateFileW(t.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                  nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (copy != INVALID_HANDLE_VALUE) {
+    FlushFileBuffers(copy);
+    CloseHandle(copy);
+  }
+  return ok();
 }
 
 SysError fsCreateHardLink(std::u16string const& link, std::u16string const& target) {
