@@ -166,12 +166,13 @@ CURI CBackupRun::targetOf(String const& relative) const {
 }
 
 void CBackupRun::run() {
-  qo::logInfo(String(u"Scanning ") + m_options.source.toString(true));
+  if (!m_options.dryRun) qo::logInfo(String(u"Scanning ") + m_options.source.toString(true));
   scanFolder(m_options.source, String());
   m_progress.filesTotal = static_cast<long long>(m_files.size());
   m_progress.bytesTotal = m_totals.bytesSeen;
   m_totals.filesSeen = m_progress.filesTotal;
-  qo::logInfo(String(u"Found ") + qo::toString(m_progress.filesTotal) + u" files (" + qo::toString(m_totals.bytesSeen) +
+  if (!m_options.dryRun)
+    qo::logInfo(String(u"Found ") + qo::toString(m_progress.filesTotal) + u" files (" + qo::toString(m_totals.bytesSeen) +
               u" bytes) in " + qo::toString(static_cast<long long>(m_folders.size())) + u" folders.");
   m_console.start();
   createFolders();
@@ -378,6 +379,7 @@ void CBackupRun::startCopy(File const& file) {
   pending.file = &file;
   pending.target = targetOf(file.relative);
   try {
+    makeWritable(pending.target);
     P<qo::IIOStream> in = m_fs->createStream(source, qo::IIOStream::AccessReadOnly,
                                              qo::TFlags<qo::IIOStream::Flags>{qo::IIOStream::FlagSequential});
     pending.source = P<CCountingInStream>(new CCountingInStream(in, m_fs, file, source));
@@ -406,6 +408,18 @@ void CBackupRun::startCopy(File const& file) {
     return;
   }
   m_pending.push_back(std::move(pending));
+}
+
+void CBackupRun::makeWritable(CURI const& target) {
+  // The copy of a read-only file is read-only too; the file system does not
+  // replace what it may not write, so the next copy first lifts that.
+  P<IFileInfoBase> const info = m_fs->getFileInfo(target, false);
+  if (!info->isFile() || !info->getAttributes().has(IFileInfoBase::AttrReadOnly)) return;
+  P<qo::IFileMetaModifier> modifier = m_fs->createMetaModifier(target, false);
+  qo::TFlags<IFileInfoBase::Attribute> attributes = info->getAttributes();
+  attributes.set(IFileInfoBase::AttrReadOnly, false);
+  modifier->setAttributes(attributes);
+  modifier->commit();
 }
 
 void CBackupRun::finishOldest() {
@@ -469,12 +483,12 @@ void CBackupRun::showProgress(bool force) {
 void CBackupRun::reportFailure(String const& relative, std::exception const& e, String const& what) {
   String const path = relative.isEmpty() ? String(u".") : relative;
   m_console.line("error: " + utf8(path) + ": " + utf8(what) + ": " + describe(e), true);
-  qo::logError(e, what + u": " + path, sourceOf(relative).toString(true) + u" -> " + targetOf(relative).toString(true));
+  if (!m_options.dryRun) qo::logError(e, what + u": " + path, sourceOf(relative).toString(true) + u" -> " + targetOf(relative).toString(true));
 }
 
 void CBackupRun::reportWarning(String const& relative, String const& what) {
   m_console.line("warning: " + utf8(relative) + ": " + utf8(what), true);
-  qo::logWarning(what + u": " + relative);
+  if (!m_options.dryRun) qo::logWarning(what + u": " + relative);
 }
 
 void CBackupRun::verboseLine(char const* action, String const& relative) {

@@ -100,6 +100,7 @@ private:
   void startCopy(File const& file);
   void finishOldest();
   void requeueChanged(File const& file);
+  void makeWritable(qo::CURI const& target);
   void applyMetaData(qo::CURI const& target, qo::CTime modified, int mode,
                      qo::TFlags<qo::IFileInfoBase::Attribute> attributes);
   void finishFolders();

@@ -313,7 +313,8 @@ int runBackup(Arguments const& args) {
     }
   }
 
-  qo::logInfo(String(args.dryRun ? u"Dry run" : u"Backup") + u" of " + sourcePath + u" to " + targetPath + u" started.");
+  // A dry run has no log (see createSessionLog): nothing to tell it.
+  if (!args.dryRun) qo::logInfo(String(u"Backup of ") + sourcePath + u" to " + targetPath + u" started.");
   qobackup::Options options;
   options.source = source;
   options.target = target;
@@ -335,7 +336,7 @@ int runBackup(Arguments const& args) {
   } catch (std::exception const& e) {
     console.finish();
     std::fprintf(stderr, "qo-backup: %s\n", qobackup::describe(e).c_str());
-    qo::logError(e, u"The backup failed.", sourcePath);
+    if (!args.dryRun) qo::logError(e, u"The backup failed.", sourcePath);
     exitCode = kExitFailed;
   }
   console.finish();
@@ -347,9 +348,9 @@ int runBackup(Arguments const& args) {
                          u" copied, " + qo::toString(t.filesUnchanged) + u" unchanged, " +
                          qo::toString(t.filesFailed) + u" failed, " + qo::toString(t.filesVanished) + u" vanished; " +
                          qo::toString(t.bytesCopied) + u" bytes copied; exit code " + qo::toString(exitCode) + u".";
-  if (exitCode == kExitOk) {
+  if (!args.dryRun && exitCode == kExitOk) {
     qo::logInfo(summary);
-  } else {
+  } else if (!args.dryRun) {
     qo::logWarning(summary);
   }
   crashManager->deinitHook();
