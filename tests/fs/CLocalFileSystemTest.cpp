@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -20,13 +23,17 @@
 #include "qo/core/CNotImplementedError.h"
 #include "qo/core/CTime.h"
 #include "qo/core/TypeName.h"
+#include "qo/thread/CSignal.h"
 #include "LocalFileTestSupport.h"
 
 #ifdef _WIN32
 #include <windows.h>
 #else
+#include <csignal>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
+extern char** environ;
 #endif
 
 namespace qo {
@@ -61,6 +68,56 @@ void expectError(std::type_info const& type, std::function<void()> const& f, lon
 void expectProblem(std::function<void()> const& f, int problem, CURI const& uri, CURI const* uri2 = nullptr) {
   expectError(typeid(CFileSystemError), f, problem, -1, uri, uri2);
 }
+
+// A source of bytes that, once `pauseAt` bytes are out, calls pause (once)
+// before it serves more: the store is then half-way, its temporary file
+// holding the first part.
+class CPausingSource : public CBase, public virtual IInStream {
+public:
+  CPausingSource(std::string bytes, std::size_t pauseAt, std::function<void()> pause)
+      : m_bytes(std::move(bytes)), m_pauseAt(pauseAt), m_pause(std::move(pause)) {}
+  long long getLength() const override { return static_cast<long long>(m_bytes.size()); }
+  long long getPosition() const override { return static_cast<long long>(m_pos); }
+  CURI getURI() override { return CURI(); }
+  void seek(long long) override { throw CNotImplementedError(u"CPausingSource::seek"); }
+  P<IStreamLock> lockRange(long long, long long, LockType) override { return P<IStreamLock>(); }
+  void close() override {}
+  void read(void* buffer, int size) override {
+    if (readLax(buffer, size) != size) throw CIOError(CIOError::kReadFailed);
+  }
+  int readLax(void* buffer, int size) override {
+    if (m_pos >= m_pauseAt && m_pause) {
+      std::function<void()> const pause = std::move(m_pause);
+      m_pause = nullptr;
+      pause();
+    }
+    std::size_t const n = std::min(static_cast<std::size_t>(size), m_bytes.size() - m_pos);
+    std::memcpy(buffer, m_bytes.data() + m_pos, n);
+    m_pos += n;
+    return static_cast<int>(n);
+  }
+  int readAvailable(void* buffer, int size) override { return readLax(buffer, size); }
+  bool waitReadable(int) const override { return true; }
+  bool isEndOfStream() const override { return m_pos >= m_bytes.size(); }
+  int isEndOfStream_NonBlocking() const override { return isEndOfStream() ? 1 : 0; }
+
+private:
+  std::string m_bytes;
+  std::size_t m_pos = 0;
+  std::size_t m_pauseAt;
+  std::function<void()> m_pause;
+};
+
+// The names in folder that the file system uses for its temporary files.
+std::vector<stdfs::path> temporaryFiles(stdfs::path const& folder) {
+  std::vector<stdfs::path> found;
+  for (auto const& item : stdfs::directory_iterator(folder)) {
+    if (CLocalFileSystem::isTemporaryName(String(item.path().filename().wstring().c_str()))) found.push_back(item.path());
+  }
+  return found;
+}
+
+char const kKillTargetVar[] = "QO_TEST_KILLED_STORE_TARGET";
 
 class CLocalFileSystemTest : public ::testing::Test {
 protected:
@@ -580,6 +637,127 @@ TEST_F(CLocalFileSystemTest, BackgroundStoreOfOneMebibyte) {
   finish(m_fs->backgroundStore(target, 3, sourceOf("abcdef").get(), true, nullptr));
   EXPECT_EQ(get(target), "abc");
 }
+
+TEST_F(CLocalFileSystemTest, AFailedReplacementKeepsTheOldFile) {
+  CURI const target = at(u"kept.bin");
+  std::string const old = pattern(100000, 1), fresh = pattern(300000, 2);
+  struct Case {
+    char const* what;
+    bool background;
+    bool overwrite;
+  };
+  for (Case const c : {Case{"store", false, true}, Case{"background store", true, true}, Case{"new file", true, false}}) {
+    SCOPED_TRACE(c.what);
+    if (c.overwrite) {
+      put(target, old);
+    } else {
+      stdfs::remove(native(target));
+    }
+    std::vector<stdfs::path> halfWay;
+    int halfWayMode = -1;
+    P<CPausingSource> source = newP<CPausingSource>(fresh, 64 * 1024, [&] {
+      halfWay = temporaryFiles(native(m_root));
+#ifndef _WIN32
+      struct stat st {};
+      if (halfWay.size() == 1 && stat(halfWay[0].c_str(), &st) == 0) halfWayMode = static_cast<int>(st.st_mode & 07777);
+#endif
+      throw CIOError(CIOError::kReadFailed, String(), CProps().add(u"why", String(u"half-way")));
+    });
+    try {
+      if (c.background) {
+        finish(m_fs->backgroundStore(target, -1, source.get(), c.overwrite, nullptr));
+      } else {
+        m_fs->storeFile(target, -1, source.get(), c.overwrite);
+      }
+      ADD_FAILURE() << "the store did not fail";
+    } catch (CIOError const& e) {
+      EXPECT_EQ(e.getParams().lookup(u"why"), u"half-way") << describe(e);  // the source's own error
+    }
+    ASSERT_EQ(1u, halfWay.size());
+#ifndef _WIN32
+    EXPECT_EQ(0600, halfWayMode);  // never readable by others, not even for a moment
+#endif
+    EXPECT_TRUE(temporaryFiles(native(m_root)).empty());
+    if (c.overwrite) {
+      EXPECT_TRUE(get(target) == old);
+    } else {
+      EXPECT_FALSE(stdfs::exists(native(target)));
+    }
+  }
+  m_fs->storeFile(target, -1, sourceOf(fresh).get(), true);
+  EXPECT_TRUE(get(target) == fresh);
+}
+
+TEST_F(CLocalFileSystemTest, TemporaryNames) {
+  struct Case {
+    char const* name;
+    bool temporary;
+  };
+  for (Case const c : {Case{"~qo-0123456789abcdef.tmp", true}, Case{"~qo-0123456789abcdeF.tmp", false},
+                       Case{"~qo-0123456789abcde.tmp", false}, Case{"~qo-0123456789abcdef0.tmp", false},
+                       Case{"~qo-0123456789abcdef.txt", false}, Case{"x~qo-0123456789abcdef.tmp", false}}) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(c.temporary, CLocalFileSystem::isTemporaryName(String::fromUTF8(c.name)));
+  }
+}
+
+// The child's side of AKilledStoreKeepsTheOldFile: stores into the file its
+// parent names and, half-way, tells the parent on its standard output and
+// waits to be killed.
+TEST_F(CLocalFileSystemTest, StoreForTheKillingParent) {
+  char const* const path = std::getenv(kKillTargetVar);
+  if (!path || !*path) GTEST_SKIP() << "runs only as the child process of AKilledStoreKeepsTheOldFile";
+  P<CPausingSource> source = newP<CPausingSource>(pattern(300000, 2), 64 * 1024, [] {
+    std::fputs("half-way\n", stdout);
+    std::fflush(stdout);
+    CSignal never;
+    (void)never.wait(-1);
+  });
+  m_fs->storeFile(CLocalFileSystem::toURI(String::fromUTF8(path), false), -1, source.get(), true);
+  ADD_FAILURE() << "the store went on";
+}
+
+#ifndef _WIN32
+TEST_F(CLocalFileSystemTest, AKilledStoreKeepsTheOldFile) {
+  CURI const target = at(u"killed.bin");
+  std::string const old = pattern(100000, 1);
+  put(target, old);
+  std::string exe = stdfs::read_symlink("/proc/self/exe").string();
+  std::string filter = "--gtest_filter=CLocalFileSystemTest.StoreForTheKillingParent";
+  std::vector<std::string> env;
+  for (char** e = environ; *e; ++e) env.emplace_back(*e);
+  env.push_back(std::string(kKillTargetVar) + "=" + native(target).string());
+  std::vector<char*> argv{exe.data(), filter.data(), nullptr};
+  std::vector<char*> envp;
+  for (std::string& e : env) envp.push_back(e.data());
+  envp.push_back(nullptr);
+  int fds[2];
+  ASSERT_EQ(0, pipe(fds));
+  pid_t const pid = fork();
+  ASSERT_GE(pid, 0);
+  if (pid == 0) {
+    dup2(fds[1], 1);
+    execve(exe.c_str(), argv.data(), envp.data());
+    _exit(127);
+  }
+  close(fds[1]);
+  // Everything the child writes up to its word "half-way"; then it waits.
+  std::string said;
+  char c = 0;
+  while (said.find("half-way\n") == std::string::npos && read(fds[0], &c, 1) == 1) said += c;
+  close(fds[0]);
+  ASSERT_EQ(0, kill(pid, SIGKILL));
+  int status = 0;
+  ASSERT_EQ(pid, waitpid(pid, &status, 0));
+  ASSERT_NE(std::string::npos, said.find("half-way\n")) << said;
+  ASSERT_TRUE(WIFSIGNALED(status));
+  EXPECT_TRUE(get(target) == old);
+  // The temporary file stays behind, under a name that says what it is.
+  std::vector<stdfs::path> const left = temporaryFiles(native(m_root));
+  ASSERT_EQ(1u, left.size());
+  EXPECT_EQ(64u * 1024u, stdfs::file_size(left[0]));
+}
+#endif
 
 TEST_F(CLocalFileSystemTest, ManyConcurrentBackgroundStores) {
   constexpr int kThreads = 4, kPerThread = 16;
