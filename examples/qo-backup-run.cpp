@@ -483,12 +483,16 @@ void CBackupRun::showProgress(bool force) {
 void CBackupRun::reportFailure(String const& relative, std::exception const& e, String const& what) {
   String const path = relative.isEmpty() ? String(u".") : relative;
   m_console.line("error: " + utf8(path) + ": " + utf8(what) + ": " + describe(e), true);
-  if (!m_options.dryRun) qo::logError(e, what + u": " + path, sourceOf(relative).toString(true) + u" -> " + targetOf(relative).toString(true));
+  // The log gets the name as people read it: a byte that is not UTF-8 as "\xNN".
+  if (!m_options.dryRun) {
+    qo::logError(e, what + u": " + String::fromUTF8(printable(path)),
+                 sourceOf(relative).toString(true) + u" -> " + targetOf(relative).toString(true));
+  }
 }
 
 void CBackupRun::reportWarning(String const& relative, String const& what) {
   m_console.line("warning: " + utf8(relative) + ": " + utf8(what), true);
-  if (!m_options.dryRun) qo::logWarning(what + u": " + relative);
+  if (!m_options.dryRun) qo::logWarning(what + u": " + String::fromUTF8(printable(relative)));
 }
 
 void CBackupRun::verboseLine(char const* action, String const& relative) {

@@ -15,7 +15,9 @@
 // caller adds the long-path prefix. POSIX: lstat/stat (statx for the birth
 // time where the kernel has it), mkdir, rmdir, renameat2, link, symlink,
 // readlink, unlink, opendir/readdir + fstatat, statvfs, utimensat, chmod;
-// paths as UTF-8 (a lone surrogate is refused with EILSEQ); EINTR retried.
+// paths as bytes: UTF-8, and each byte that is not UTF-8 as one lone
+// surrogate U+DC80..U+DCFF both ways (other lone surrogates are refused with
+// EILSEQ); EINTR retried.
 //
 // Times are microseconds since 1970-01-01 UTC; kFsNoTime means unknown (or,
 // for setters, "leave as it is").

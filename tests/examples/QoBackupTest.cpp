@@ -475,6 +475,23 @@ TEST_F(QoBackup, KeepsPermissionsAndFolderTimes) {
   expectSame();
 }
 
+TEST_F(QoBackup, NamesThatAreNotUtf8AreCopiedByteForByte) {
+  fs::path const source = m_temp.file("source");
+  fs::path const target = m_temp.file("target");
+  std::vector<std::string> const files{"caf\xE9.txt", "dossier-\xFF/inner-\xC3.bin", "dossier-\xFF/ok.txt"};
+  fs::create_directories(source / "dossier-\xFF");
+  for (std::string const& name : files) writeFile(source / name, name);
+  ASSERT_EQ(0, run({"--verbose", u8(source), u8(target)})) << m_output;
+  // Shown escaped, never as a lookalike character.
+  EXPECT_NE(std::string::npos, m_output.find("copied: caf\\xE9.txt\n")) << m_output;
+  EXPECT_NE(std::string::npos, m_output.find("copied: dossier-\\xFF/inner-\\xC3.bin\n")) << m_output;
+  for (std::string const& name : files) {
+    SCOPED_TRACE(name);
+    EXPECT_EQ(name, readAll(target / name));
+  }
+  expectSameTree(source, target);  // and nothing else, such as a wrongly named folder
+}
+
 TEST_F(QoBackup, AFileThatChangesWhileCopiedIsReportedAndNotStored) {
   // The system reports a size of 0 for its /proc files, and reading gives
   // more: to the program the file changed while it was copied, every time.

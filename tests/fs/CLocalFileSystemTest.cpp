@@ -759,6 +759,50 @@ TEST_F(CLocalFileSystemTest, AKilledStoreKeepsTheOldFile) {
 }
 #endif
 
+#ifndef _WIN32
+TEST_F(CLocalFileSystemTest, NamesThatAreNotUtf8SurviveTheWayThroughStrings) {
+  struct Case {
+    std::string bytes;     // the name on disk
+    std::u16string name;  // the name in the library
+  };
+  std::vector<Case> const cases{
+      {"latin-\xE9t\xE9", u"latin-\xDCE9t\xDCE9"},
+      {"\xFF", u"\xDCFF"},
+      {"cut-\xC3", u"cut-\xDCC3"},                       // a sequence that ends early
+      {"surrogate-\xED\xB2\x80", u"surrogate-\xDCED\xDCB2\xDC80"},  // UTF-8 of U+DC80 is not UTF-8
+      {"mixed-\xC3\xA9\xE9", u"mixed-\xE9\xDCE9"},
+  };
+  for (Case const& c : cases) {
+    SCOPED_TRACE(c.bytes);
+    stdfs::path const onDisk = native(m_root) / c.bytes;
+    {
+      std::ofstream out(onDisk, std::ios::binary);
+      out << c.bytes;
+    }
+    // Listed under the mapped name ...
+    std::vector<String> names;
+    P<IFolderContentsIterator> it = m_fs->getFolderContents(m_root);
+    for (P<IFileInfoBase> entry; it->getNext(entry);) names.push_back(entry->getName());
+    ASSERT_EQ(1u, names.size());
+    EXPECT_TRUE(names[0].str() == c.name);
+    // ... opened, copied and deleted by it; the copy has the same bytes in
+    // its name with "copy-" in front.
+    CURI const file = m_root << String(c.name);
+    P<IIOStream> in = m_fs->createStream(file, IIOStream::AccessReadOnly, {});
+    EXPECT_EQ(static_cast<long long>(c.bytes.size()), in->getLength());
+    m_fs->storeFile(m_root << (u"copy-" + String(c.name)), -1, in.get(), false);
+    in->close();
+    EXPECT_EQ(localfiletest::readFile(native(m_root) / ("copy-" + c.bytes)), c.bytes);
+    m_fs->deleteFile(file, false);
+    m_fs->deleteFile(m_root << (u"copy-" + String(c.name)), false);
+    EXPECT_TRUE(stdfs::is_empty(native(m_root)));
+  }
+  // A lone surrogate that stands for no byte has no name on disk.
+  expectProblem([&] { (void)m_fs->getFileInfo(m_root << String(u"x\xD800"), false)->getKind(); }, CFileSystemError::kUnsupported,
+                m_root << String(u"x\xD800"));
+}
+#endif
+
 TEST_F(CLocalFileSystemTest, ManyConcurrentBackgroundStores) {
   constexpr int kThreads = 4, kPerThread = 16;
   std::vector<P<IBackgroundOp>> ops(kThreads * kPerThread);

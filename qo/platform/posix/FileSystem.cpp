@@ -1,5 +1,7 @@
 #include "qo/platform/FileSystem.h"
 
+#include "qo/platform/posix/NativeName.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -30,60 +32,9 @@ SysError errorOf(int code) {
 
 SysError ok() { return SysError{}; }
 
-// UTF-16 to the UTF-8 the kernel takes. A lone surrogate has no UTF-8 form
-// and an embedded NUL would cut the name short: both are refused rather than
-// reaching a file under another name.
-bool toNative(std::u16string const& text, std::string& out) {
-  out.clear();
-  out.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    std::uint32_t c = text[i];
-    if (c == 0) return false;
-    if (c >= 0xD800 && c <= 0xDFFF) {
-      bool const paired = c < 0xDC00 && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF;
-      if (!paired) return false;
-      c = 0x10000 + ((c - 0xD800) << 10) + (text[++i] - 0xDC00u);
-    }
-    int const extra = c < 0x80 ? 0 : c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
-    static unsigned char const kLead[4] = {0x00, 0xC0, 0xE0, 0xF0};
-    out += static_cast<char>(kLead[extra] | (c >> (6 * extra)));
-    for (int k = extra - 1; k >= 0; --k) out += static_cast<char>(0x80 | ((c >> (6 * k)) & 0x3F));
-  }
-  return true;
-}
-
-// Names on disk are bytes. Valid UTF-8 is decoded; anything else is taken as
-// Latin-1 as a whole, the library's rule for narrow text of unknown origin.
-std::u16string fromNative(char const* bytes, std::size_t length) {
-  std::u16string out;
-  out.reserve(length);
-  std::size_t i = 0;
-  while (i < length) {
-    auto const b = static_cast<unsigned char>(bytes[i]);
-    int const extra = b < 0x80 ? 0 : (b & 0xE0) == 0xC0 ? 1 : (b & 0xF0) == 0xE0 ? 2 : (b & 0xF8) == 0xF0 ? 3 : -1;
-    if (extra < 0 || length - i <= static_cast<std::size_t>(extra)) break;
-    std::uint32_t c = extra == 0 ? b : (b & (0x3Fu >> extra));
-    bool good = true;
-    for (int k = 1; k <= extra && good; ++k) {
-      auto const cb = static_cast<unsigned char>(bytes[i + static_cast<std::size_t>(k)]);
-      good = (cb & 0xC0) == 0x80;
-      c = (c << 6) | (cb & 0x3Fu);
-    }
-    static std::uint32_t const kMin[4] = {0, 0x80, 0x800, 0x10000};
-    if (!good || c < kMin[extra] || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) break;
-    if (c >= 0x10000) {
-      out += static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10));
-      out += static_cast<char16_t>(0xDC00 + ((c - 0x10000) & 0x3FF));
-    } else {
-      out += static_cast<char16_t>(c);
-    }
-    i += static_cast<std::size_t>(extra) + 1;
-  }
-  if (i == length) return out;
-  out.clear();
-  for (std::size_t k = 0; k < length; ++k) out += static_cast<char16_t>(static_cast<unsigned char>(bytes[k]));
-  return out;
-}
+// Names between UTF-16 and the kernel's bytes, without loss (NativeName.h).
+bool toNative(std::u16string const& text, std::string& out) { return nameToNative(text.data(), text.size(), out); }
+std::u16string fromNative(char const* bytes, std::size_t length) { return nameFromNative(bytes, length); }
 
 long long micros(long long seconds, long long nanos) { return seconds * 1000000 + nanos / 1000; }
 
