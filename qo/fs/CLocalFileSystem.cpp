@@ -212,11 +212,25 @@ public:
   CTemporaryFile(CTemporaryFile const&) = delete;
   CTemporaryFile& operator=(CTemporaryFile const&) = delete;
 
+  // Writes size bytes; a run of zeros is skipped instead, so that the
+  // holes of a sparse source stay holes (the file system fills what is
+  // skipped with zeros, and replace() sets the final length).
   void write(void const* data, std::size_t size, CURI const& target) {
+    auto const* bytes = static_cast<unsigned char const*>(data);
+    if (size >= kMinHole && std::all_of(bytes, bytes + size, [](unsigned char b) { return b == 0; })) {
+      m_length += static_cast<long long>(size);
+      if (SysError e = platform::fileSeek(m_handle, m_length)) fail(e, "seek", target);
+      return;
+    }
     if (SysError e = platform::fileWrite(m_handle, data, size)) fail(e, "write", target);
+    m_length += static_cast<long long>(size);
+    m_written = m_length;
   }
   // Flushes and closes the file, then renames it over target.
   void replace(CURI const& target, bool overwrite, char const* action) {
+    if (m_written < m_length) {
+      if (SysError e = platform::fileSetSize(m_handle, m_length)) fail(e, "truncate", target);
+    }
     if (SysError e = platform::fileFlush(m_handle)) fail(e, "flush", target);
     platform::FileHandle const handle = m_handle;
     m_handle = nullptr;
@@ -234,10 +248,14 @@ private:
                                      CProps().add(u"temporary", m_uri.toString(true)));
   }
 
+  static constexpr std::size_t kMinHole = 4096;
+
   CURI m_uri;
   std::u16string m_path;
   platform::FileHandle m_handle = nullptr;
   bool m_kept = false;
+  long long m_length = 0;   // bytes stored so far, holes included
+  long long m_written = 0;  // the end of the last bytes written
 };
 
 // Refuses, as opening the target to write it would, a target that must not

@@ -12,6 +12,9 @@
 // with write-through). The target holds the old or the complete new content
 // at every moment, also across a crash or a kill; a failed store or copy
 // removes its temporary file (a killed one leaves it, see isTemporaryName).
+// Sparse files stay sparse: a copy writes only the data ranges of its
+// source (POSIX: SEEK_DATA/SEEK_HOLE), a store skips runs of zeros of 4 KiB
+// and more, leaving holes where the file system makes them.
 //
 // Arguments the interface leaves open mean here:
 //   backgroundStore(..., overwrite, ...)   replace an existing target

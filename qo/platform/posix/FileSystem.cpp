@@ -2,6 +2,7 @@
 
 #include "qo/platform/posix/NativeName.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -247,6 +248,48 @@ SysError fsRename(std::u16string const& from, std::u16string const& to, bool ove
   return retrying([&] { return rename(f.c_str(), t.c_str()); });
 }
 
+// Copies length bytes at offset from in to the same offset in out.
+SysError copyRange(int in, int out, off_t offset, off_t length, std::vector<char>& buffer) {
+  while (length > 0) {
+    std::size_t const want = static_cast<std::size_t>(std::min<off_t>(length, static_cast<off_t>(buffer.size())));
+    ssize_t const got = pread(in, buffer.data(), want, offset);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return errorOf(errno);
+    if (got == 0) return ok();  // shorter than it was: the copy ends there too
+    for (ssize_t done = 0; done < got;) {
+      ssize_t const put = pwrite(out, buffer.data() + done, static_cast<std::size_t>(got - done), offset + done);
+      if (put < 0 && errno == EINTR) continue;
+      if (put < 0) return errorOf(errno);
+      done += put;
+    }
+    offset += got;
+    length -= got;
+  }
+  return ok();
+}
+
+// Copies in (of size bytes) to the empty out keeping its holes: only the
+// ranges SEEK_DATA finds are written, the rest of out stays a hole. Where
+// the file system cannot tell, everything is copied as data.
+SysError copyKeepingHoles(int in, int out, off_t size) {
+  if (lseek(in, 0, SEEK_DATA) < 0 && errno != ENXIO) {
+    if (errno != EINVAL && errno != ENOTSUP && errno != EOPNOTSUPP) return errorOf(errno);
+    if (lseek(in, 0, SEEK_SET) < 0) return errorOf(errno);
+    return copyData(in, out);
+  }
+  std::vector<char> buffer(1 << 20);
+  for (off_t position = 0; position < size;) {
+    off_t const data = lseek(in, position, SEEK_DATA);
+    if (data < 0 && errno == ENXIO) break;  // a hole up to the end
+    if (data < 0) return errorOf(errno);
+    off_t const hole = lseek(in, data, SEEK_HOLE);
+    if (hole < 0) return errorOf(errno);
+    if (SysError e = copyRange(in, out, data, hole - data, buffer)) return e;
+    position = hole;
+  }
+  return ftruncate(out, size) == 0 ? ok() : errorOf(errno);
+}
+
 SysError fsReplaceFile(std::u16string const& from, std::u16string const& to, bool overwrite) {
   if (SysError e = fsRename(from, to, overwrite)) return e;
   QO_FS_PATH(t, to);
@@ -300,7 +343,7 @@ SysError fsCopyFile(std::u16string const& from, std::u16string const& to, bool o
     close(in);
     return e;
   }
-  SysError e = copyData(in, out);
+  SysError e = copyKeepingHoles(in, out, source.st_size);
   if (!e && fchmod(out, source.st_mode & 07777) != 0) e = errorOf(errno);
   timespec const times[2] = {source.st_atim, source.st_mtim};
   if (!e && futimens(out, times) != 0) e = errorOf(errno);
