@@ -217,17 +217,20 @@ void CBackupRun::scanFolder(CURI const& folder, String const& relative) {
           continue;
         }
         if (kind != IFileInfoBase::KindFile) {
-          m_files.push_back(File{childRelative, 0, CTime::invalid(), -1, {}, false});
+          m_files.push_back(File{childRelative, 0, CTime::invalid(), -1, {}, false, -1, -1});
           continue;
         }
       }
       switch (kind) {
       case IFileInfoBase::KindFolder:
-        subfolders.push_back(Folder{childRelative, info->getLastWriteTime(), info->getPosixMode(), info->getAttributes()});
+        subfolders.push_back(
+            Folder{childRelative, info->getLastWriteTime(), info->getPosixMode(), info->getAttributes(), -1, -1});
+        readOwner(childRelative, subfolders.back());
         break;
       case IFileInfoBase::KindFile:
         m_files.push_back(File{childRelative, info->getSize(), info->getLastWriteTime(), info->getPosixMode(),
-                               info->getAttributes(), false});
+                               info->getAttributes(), false, -1, -1});
+        readOwner(childRelative, m_files.back());
         m_totals.bytesSeen += std::max(0LL, info->getSize());
         break;
       case IFileInfoBase::KindNone:
@@ -293,15 +296,40 @@ void CBackupRun::createFolders() {
   }
 }
 
-void CBackupRun::applyMetaData(CURI const& target, CTime modified, int mode,
-                               qo::TFlags<IFileInfoBase::Attribute> attributes) {
+template <class Item>
+void CBackupRun::readOwner(String const& relative, Item& item) {
+  if (!m_local) return;
+  try {
+    m_local->getOwner(sourceOf(relative), true, item.owner, item.group);
+  } catch (qo::CNotImplementedError const&) {
+    m_local = qo::nil;  // no owner ids on this system
+  } catch (std::exception const&) {
+    // Copying will tell what is wrong with the file.
+  }
+}
+
+template <class Item>
+void CBackupRun::applyMetaData(CURI const& target, Item const& item) {
+  if (m_local && item.owner >= 0) {
+    long long owner = -1, group = -1;
+    m_local->getOwner(target, false, owner, group);
+    if (owner != item.owner || group != item.group) {
+      try {
+        // Before the mode: giving a file away clears its set-id bits.
+        m_local->setOwner(target, false, item.owner, item.group);
+      } catch (CError const& e) {
+        if (CFileSystemError::getProblem(e.getParams()) != CFileSystemError::kAccessDenied) throw;
+        m_local = qo::nil;  // not root: the copies stay ours, as with cp -a
+      }
+    }
+  }
   P<qo::IFileMetaModifier> modifier = m_fs->createMetaModifier(target, false);
-  if (modified.isValid()) modifier->setLastWriteTime(modified);
+  if (item.modified.isValid()) modifier->setLastWriteTime(item.modified);
   // POSIX keeps read-only in the mode bits; elsewhere the attributes carry it.
-  if (mode >= 0) {
-    modifier->setPosixMode(mode & 07777);
+  if (item.mode >= 0) {
+    modifier->setPosixMode(item.mode & 07777);
   } else {
-    modifier->setAttributes(attributes);
+    modifier->setAttributes(item.attributes);
   }
   modifier->commit();
 }
@@ -312,7 +340,7 @@ void CBackupRun::finishFolders() {
   // without write permission takes no more children.
   for (auto it = m_folders.rbegin(); it != m_folders.rend(); ++it) {
     try {
-      applyMetaData(targetOf(it->relative), it->modified, it->mode, it->attributes);
+      applyMetaData(targetOf(it->relative), *it);
     } catch (std::exception const& e) {
       ++m_totals.foldersFailed;
       reportFailure(it->relative, e, u"Cannot set the folder's times and permissions");
@@ -431,7 +459,7 @@ void CBackupRun::finishOldest() {
   File const& file = *pending.file;
   try {
     pending.op->throwErrorIfFailed();
-    applyMetaData(pending.target, file.modified, file.mode, file.attributes);
+    applyMetaData(pending.target, file);
     ++m_totals.filesCopied;
     m_totals.bytesCopied += copied;
     verboseLine("copied", file.relative);
@@ -462,6 +490,7 @@ void CBackupRun::requeueChanged(File const& file) {
     again.modified = info->getLastWriteTime();
     again.mode = info->getPosixMode();
     again.attributes = info->getAttributes();
+    readOwner(file.relative, again);
   } catch (std::exception const&) {
     // Opening it again tells what is wrong.
   }

@@ -56,6 +56,10 @@ public:
   CBackupRun(Options const& options, qo::P<qo::IFileSystem> const& fs,
              std::vector<qo::P<qo::IFileSystem>> const& storeFs, CConsole& console);
   ~CBackupRun();
+  /// Keeps the POSIX owner and group of files and folders through local
+  /// (where the system has them, and as far as this process may give files
+  /// away: root may, others silently keep their own).
+  void keepOwners(qo::P<qo::CLocalFileSystem> const& local) { m_local = local; }
   CBackupRun(CBackupRun const&) = delete;
   CBackupRun& operator=(CBackupRun const&) = delete;
 
@@ -78,12 +82,16 @@ private:
     int mode = -1;  ///< POSIX permission bits; -1 on Windows.
     qo::TFlags<qo::IFileInfoBase::Attribute> attributes;
     bool retried = false;  ///< Copied once more after it changed.
+    long long owner = -1;  ///< POSIX user and group ids; -1: not kept.
+    long long group = -1;
   };
   struct Folder {
     qo::String relative;
     qo::CTime modified;
     int mode = -1;
     qo::TFlags<qo::IFileInfoBase::Attribute> attributes;
+    long long owner = -1;
+    long long group = -1;
   };
   struct Pending {
     File const* file = nullptr;
@@ -101,8 +109,10 @@ private:
   void finishOldest();
   void requeueChanged(File const& file);
   void makeWritable(qo::CURI const& target);
-  void applyMetaData(qo::CURI const& target, qo::CTime modified, int mode,
-                     qo::TFlags<qo::IFileInfoBase::Attribute> attributes);
+  template <class Item>
+  void applyMetaData(qo::CURI const& target, Item const& item);
+  template <class Item>
+  void readOwner(qo::String const& relative, Item& item);
   void finishFolders();
   bool isUnchanged(File const& file, qo::CURI const& target);
   bool isListed(qo::String const& relative);
@@ -116,6 +126,7 @@ private:
   Options m_options;
   qo::P<qo::IFileSystem> m_fs;
   std::vector<qo::P<qo::IFileSystem>> m_storeFs;
+  qo::P<qo::CLocalFileSystem> m_local;  ///< Null: owners are not kept.
   CConsole& m_console;
   std::vector<Folder> m_folders;
   std::deque<File> m_files;  ///< A deque: files queued again keep the others in place.

@@ -331,6 +331,7 @@ int runBackup(Arguments const& args) {
     storeHubs.push_back(storeHub);
   }
   qobackup::CBackupRun run(options, hub, storeHubs, console);
+  run.keepOwners(local);
   try {
     run.run();
   } catch (std::exception const& e) {

@@ -544,6 +544,21 @@ P<IFileMetaModifier> CLocalFileSystem::createMetaModifier(CURI const& uri, bool 
   return P<IFileMetaModifier>(new CMetaModifier(uri, followLinks));
 }
 
+void CLocalFileSystem::getOwner(CURI const& uri, bool followLinks, long long& owner, long long& group) {
+  if (windowsPaths()) throw CNotImplementedError(u"CLocalFileSystem::getOwner");
+  FsStat const st = statOf(uri, followLinks, "getOwner");
+  if (st.kind == FsKind::None) throwProblem(CFileSystemError::kNotFound, "getOwner", uri);
+  owner = st.ownerId;
+  group = st.groupId;
+}
+
+void CLocalFileSystem::setOwner(CURI const& uri, bool followLinks, long long owner, long long group) {
+  if (windowsPaths()) throw CNotImplementedError(u"CLocalFileSystem::setOwner");
+  if (SysError e = platform::fsSetOwner(nativeOf(uri), followLinks, owner, group)) {
+    throwOsError(e, CIOError::kWriteFailed, "setOwner", "chown", uri);
+  }
+}
+
 long long CLocalFileSystem::getFileSectorSize(CURI const& uri) {
   long long bytes = -1;
   if (SysError e = platform::fsSectorSize(nativeOf(uri), bytes)) {

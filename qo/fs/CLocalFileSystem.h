@@ -143,6 +143,16 @@ public:
   /// followLinks a link's own times are set; its mode is left alone on POSIX.
   /// The object must exist at commit (else kNotFound).
   [[nodiscard]] P<IFileMetaModifier> createMetaModifier(CURI const& uri, bool followLinks) override;
+  /// The POSIX user and group ids of uri (without followLinks, of a link
+  /// itself) into owner and group. kNotFound when nothing is there. Windows
+  /// has no such ids: throws CNotImplementedError
+  /// ("CLocalFileSystem::getOwner"). Thread-safe.
+  void getOwner(CURI const& uri, bool followLinks, long long& owner, long long& group);
+  /// Gives uri (without followLinks, a link itself) to the POSIX user owner
+  /// and group group (-1: leave as it is). kAccessDenied without the
+  /// privilege (only root may give a file away); on Windows throws
+  /// CNotImplementedError ("CLocalFileSystem::setOwner"). Thread-safe.
+  void setOwner(CURI const& uri, bool followLinks, long long owner, long long group);
   /// The sector size (Windows) or the file system's fundamental block size
   /// (POSIX) of the volume holding uri.
   [[nodiscard]] long long getFileSectorSize(CURI const& uri) override;

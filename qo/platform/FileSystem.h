@@ -72,6 +72,8 @@ struct FsStat {
   unsigned long long volumeId = 0;
   unsigned long long fileId = 0;
   long long linkCount = 0;
+  long long ownerId = -1;  ///< POSIX user id; -1 on Windows.
+  long long groupId = -1;  ///< POSIX group id; -1 on Windows.
   /// For links: the target as stored (may be relative); empty otherwise
   /// or when it could not be read.
   std::u16string linkTarget;
@@ -148,6 +150,10 @@ SysError fsSetAttributes(std::u16string const& path, bool followLinks, unsigned 
 /// POSIX without following links cannot change a link and does nothing.
 SysError fsSetPosixMode(std::u16string const& path, bool followLinks, int mode);
 
+/// Gives path to the POSIX user owner and group group (-1: leave as it is);
+/// without followLinks a link itself. Needs the privilege to (root). Windows
+/// has no such ids: an Unsupported error.
+SysError fsSetOwner(std::u16string const& path, bool followLinks, long long owner, long long group);
 /// Bytes the caller may still write on the volume holding path.
 SysError fsFreeSpace(std::u16string const& path, long long& bytes);
 /// The alignment unit of the volume holding path: the sector size on

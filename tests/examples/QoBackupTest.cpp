@@ -475,6 +475,29 @@ TEST_F(QoBackup, KeepsPermissionsAndFolderTimes) {
   expectSame();
 }
 
+TEST_F(QoBackup, RootKeepsOwners) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root may give files away";
+  fs::path const source = m_temp.file("source");
+  fs::path const target = m_temp.file("target");
+  fs::create_directories(source / "folder");
+  writeFile(source / "folder" / "file", "owned");
+  struct Item {
+    char const* name;
+    uid_t owner;
+    gid_t group;
+  };
+  std::vector<Item> const items{{"folder", 1234, 5678}, {"folder/file", 4321, 8765}};
+  for (Item const& item : items) ASSERT_EQ(0, chown((source / item.name).c_str(), item.owner, item.group));
+  ASSERT_EQ(0, run({u8(source), u8(target)})) << m_output;
+  for (Item const& item : items) {
+    SCOPED_TRACE(item.name);
+    struct stat st {};
+    ASSERT_EQ(0, stat((target / item.name).c_str(), &st));
+    EXPECT_EQ(item.owner, st.st_uid);
+    EXPECT_EQ(item.group, st.st_gid);
+  }
+}
+
 TEST_F(QoBackup, NamesThatAreNotUtf8AreCopiedByteForByte) {
   fs::path const source = m_temp.file("source");
   fs::path const target = m_temp.file("target");

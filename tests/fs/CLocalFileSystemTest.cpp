@@ -689,6 +689,30 @@ TEST_F(CLocalFileSystemTest, AFailedReplacementKeepsTheOldFile) {
   EXPECT_TRUE(get(target) == fresh);
 }
 
+TEST_F(CLocalFileSystemTest, OwnersAreThePosixIds) {
+  CURI const file = at(u"owned");
+  put(file, "x");
+  long long owner = -2, group = -2;
+#ifdef _WIN32
+  EXPECT_THROW(m_fs->getOwner(file, false, owner, group), CNotImplementedError);
+  EXPECT_THROW(m_fs->setOwner(file, false, 1, 1), CNotImplementedError);
+#else
+  m_fs->getOwner(file, false, owner, group);
+  EXPECT_EQ(static_cast<long long>(geteuid()), owner);
+  EXPECT_EQ(static_cast<long long>(getegid()), group);
+  if (geteuid() == 0) {
+    m_fs->setOwner(file, false, 1234, -1);  // -1: the group stays
+    m_fs->getOwner(file, false, owner, group);
+    EXPECT_EQ(1234, owner);
+    EXPECT_EQ(static_cast<long long>(getegid()), group);
+  } else {
+    expectProblem([&] { m_fs->setOwner(file, false, 0, -1); }, CFileSystemError::kAccessDenied, file);
+  }
+  CURI const missing = at(u"missing");
+  expectProblem([&] { m_fs->getOwner(missing, false, owner, group); }, CFileSystemError::kNotFound, missing);
+#endif
+}
+
 TEST_F(CLocalFileSystemTest, TemporaryNames) {
   struct Case {
     char const* name;

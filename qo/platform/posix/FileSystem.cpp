@@ -79,6 +79,8 @@ void fillFromStat(struct stat const& st, FsStat& out) {
   out.volumeId = static_cast<unsigned long long>(st.st_dev);
   out.fileId = static_cast<unsigned long long>(st.st_ino);
   out.linkCount = static_cast<long long>(st.st_nlink);
+  out.ownerId = static_cast<long long>(st.st_uid);
+  out.groupId = static_cast<long long>(st.st_gid);
 }
 
 // Returns an errno value (0 = success). ENOENT / ENOTDIR are left to the caller.
@@ -95,6 +97,8 @@ int statAt(int dirFd, char const* name, bool followLinks, FsStat& out) {
     out.volumeId = static_cast<unsigned long long>(makedev(sx.stx_dev_major, sx.stx_dev_minor));
     out.fileId = sx.stx_ino;
     out.linkCount = sx.stx_nlink;
+    out.ownerId = static_cast<long long>(sx.stx_uid);
+    out.groupId = static_cast<long long>(sx.stx_gid);
   } else if (errno != ENOSYS) {
     return errno;
   } else
@@ -401,6 +405,13 @@ SysError fsSetPosixMode(std::u16string const& path, bool followLinks, int mode) 
     if (S_ISLNK(st.st_mode)) return ok();
   }
   return retrying([&] { return chmod(p.c_str(), static_cast<mode_t>(mode & 07777)); });
+}
+
+SysError fsSetOwner(std::u16string const& path, bool followLinks, long long owner, long long group) {
+  QO_FS_PATH(p, path);
+  auto const uid = static_cast<uid_t>(owner < 0 ? -1 : owner);
+  auto const gid = static_cast<gid_t>(group < 0 ? -1 : group);
+  return retrying([&] { return followLinks ? chown(p.c_str(), uid, gid) : lchown(p.c_str(), uid, gid); });
 }
 
 SysError fsFreeSpace(std::u16string const& path, long long& bytes) {

@@ -499,6 +499,8 @@ SysError fsSetPosixMode(std::u16string const& path, bool followLinks, int mode) 
   return changeAttributes(p, followLinks, FILE_ATTRIBUTE_READONLY, (mode & 0200) ? 0 : FILE_ATTRIBUTE_READONLY);
 }
 
+SysError fsSetOwner(std::u16string const&, bool, long long, long long) { return errorOf(ERROR_NOT_SUPPORTED); }
+
 SysError fsFreeSpace(std::u16string const& path, long long& bytes) {
   bytes = -1;
   QO_FS_PATH(p, path);
