@@ -298,11 +298,11 @@ void CBackupRun::createFolders() {
 
 template <class Item>
 void CBackupRun::readOwner(String const& relative, Item& item) {
-  if (!m_local) return;
+  if (!m_local || !m_keepOwners) return;
   try {
     m_local->getOwner(sourceOf(relative), true, item.owner, item.group);
   } catch (qo::CNotImplementedError const&) {
-    m_local = qo::nil;  // no owner ids on this system
+    m_keepOwners = false;  // no owner ids on this system
   } catch (std::exception const&) {
     // Copying will tell what is wrong with the file.
   }
@@ -310,7 +310,23 @@ void CBackupRun::readOwner(String const& relative, Item& item) {
 
 template <class Item>
 void CBackupRun::applyMetaData(CURI const& target, Item const& item) {
-  if (m_local && item.owner >= 0) {
+  if (m_local && m_keepAttributes) {
+    try {
+      for (auto const& [name, value] : m_local->getExtendedAttributes(sourceOf(item.relative), true)) {
+        try {
+          m_local->setExtendedAttribute(target, false, name, value);
+        } catch (CError const& e) {
+          // What this process may not set, or the target cannot hold, is
+          // left out, as cp -a does.
+          int const problem = CFileSystemError::getProblem(e.getParams());
+          if (problem != CFileSystemError::kAccessDenied && problem != CFileSystemError::kUnsupported) throw;
+        }
+      }
+    } catch (qo::CNotImplementedError const&) {
+      m_keepAttributes = false;  // no extended attributes on this system
+    }
+  }
+  if (m_local && m_keepOwners && item.owner >= 0) {
     long long owner = -1, group = -1;
     m_local->getOwner(target, false, owner, group);
     if (owner != item.owner || group != item.group) {
@@ -319,7 +335,7 @@ void CBackupRun::applyMetaData(CURI const& target, Item const& item) {
         m_local->setOwner(target, false, item.owner, item.group);
       } catch (CError const& e) {
         if (CFileSystemError::getProblem(e.getParams()) != CFileSystemError::kAccessDenied) throw;
-        m_local = qo::nil;  // not root: the copies stay ours, as with cp -a
+        m_keepOwners = false;  // not root: the copies stay ours, as with cp -a
       }
     }
   }

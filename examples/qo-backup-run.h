@@ -56,10 +56,11 @@ public:
   CBackupRun(Options const& options, qo::P<qo::IFileSystem> const& fs,
              std::vector<qo::P<qo::IFileSystem>> const& storeFs, CConsole& console);
   ~CBackupRun();
-  /// Keeps the POSIX owner and group of files and folders through local
-  /// (where the system has them, and as far as this process may give files
-  /// away: root may, others silently keep their own).
-  void keepOwners(qo::P<qo::CLocalFileSystem> const& local) { m_local = local; }
+  /// Keeps, through local, the POSIX owner and group of files and folders
+  /// (as far as this process may give files away: root may, others silently
+  /// keep their own) and their extended attributes, ACLs included (those
+  /// this process may set), where the system has them.
+  void keepOwnersAndAttributes(qo::P<qo::CLocalFileSystem> const& local) { m_local = local; }
   CBackupRun(CBackupRun const&) = delete;
   CBackupRun& operator=(CBackupRun const&) = delete;
 
@@ -126,7 +127,9 @@ private:
   Options m_options;
   qo::P<qo::IFileSystem> m_fs;
   std::vector<qo::P<qo::IFileSystem>> m_storeFs;
-  qo::P<qo::CLocalFileSystem> m_local;  ///< Null: owners are not kept.
+  qo::P<qo::CLocalFileSystem> m_local;  ///< Null: owners and attributes are not kept.
+  bool m_keepOwners = true;
+  bool m_keepAttributes = true;
   CConsole& m_console;
   std::vector<Folder> m_folders;
   std::deque<File> m_files;  ///< A deque: files queued again keep the others in place.

@@ -331,7 +331,7 @@ int runBackup(Arguments const& args) {
     storeHubs.push_back(storeHub);
   }
   qobackup::CBackupRun run(options, hub, storeHubs, console);
-  run.keepOwners(local);
+  run.keepOwnersAndAttributes(local);
   try {
     run.run();
   } catch (std::exception const& e) {

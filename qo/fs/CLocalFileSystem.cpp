@@ -559,6 +559,26 @@ void CLocalFileSystem::setOwner(CURI const& uri, bool followLinks, long long own
   }
 }
 
+std::vector<std::pair<String, std::string>> CLocalFileSystem::getExtendedAttributes(CURI const& uri, bool followLinks) {
+  if (windowsPaths()) throw CNotImplementedError(u"CLocalFileSystem::getExtendedAttributes");
+  std::vector<std::pair<std::u16string, std::string>> found;
+  if (SysError e = platform::fsGetExtendedAttributes(nativeOf(uri), followLinks, found)) {
+    throwOsError(e, CIOError::kReadFailed, "getExtendedAttributes", "listxattr", uri);
+  }
+  std::vector<std::pair<String, std::string>> out;
+  out.reserve(found.size());
+  for (auto& [name, value] : found) out.emplace_back(String(name), std::move(value));
+  return out;
+}
+
+void CLocalFileSystem::setExtendedAttribute(CURI const& uri, bool followLinks, String const& name,
+                                            std::string const& value) {
+  if (windowsPaths()) throw CNotImplementedError(u"CLocalFileSystem::setExtendedAttribute");
+  if (SysError e = platform::fsSetExtendedAttribute(nativeOf(uri), followLinks, name.str(), value)) {
+    throwOsError(e, CIOError::kWriteFailed, "setExtendedAttribute", "setxattr", uri);
+  }
+}
+
 long long CLocalFileSystem::getFileSectorSize(CURI const& uri) {
   long long bytes = -1;
   if (SysError e = platform::fsSectorSize(nativeOf(uri), bytes)) {

@@ -74,6 +74,10 @@
 #include "qo/fs/IFileSystem.h"
 #include "qo/thread/CMutex.h"
 
+#include <string>
+#include <utility>
+#include <vector>
+
 namespace qo {
 
 class CBackgroundOpThread;
@@ -153,6 +157,18 @@ public:
   /// privilege (only root may give a file away); on Windows throws
   /// CNotImplementedError ("CLocalFileSystem::setOwner"). Thread-safe.
   void setOwner(CURI const& uri, bool followLinks, long long owner, long long group);
+  /// The extended attributes of uri (without followLinks, of a link itself)
+  /// as names and value bytes, in the system's order; none on a file system
+  /// without them. POSIX ACLs are among them ("system.posix_acl_access").
+  /// kNotFound when nothing is there; on Windows throws CNotImplementedError
+  /// ("CLocalFileSystem::getExtendedAttributes"). Thread-safe.
+  std::vector<std::pair<String, std::string>> getExtendedAttributes(CURI const& uri, bool followLinks);
+  /// Sets the extended attribute name of uri to value. kAccessDenied for a
+  /// name this process may not set (say "trusted." ones without root),
+  /// kUnsupported where the file system has none; on Windows throws
+  /// CNotImplementedError ("CLocalFileSystem::setExtendedAttribute").
+  /// Thread-safe.
+  void setExtendedAttribute(CURI const& uri, bool followLinks, String const& name, std::string const& value);
   /// The sector size (Windows) or the file system's fundamental block size
   /// (POSIX) of the volume holding uri.
   [[nodiscard]] long long getFileSectorSize(CURI const& uri) override;

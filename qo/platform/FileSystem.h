@@ -33,6 +33,8 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "qo/platform/LastError.h"
 
@@ -171,6 +173,16 @@ SysError fsUserName(std::u16string& name);
 /// DACL). Another what gives an Unsupported error.
 SysError fsNativeMetaData(std::u16string const& path, bool followLinks, std::u16string const& what,
                           std::string& format, std::string& bytes);
+/// The extended attributes of path (without followLinks, of a link itself)
+/// as names and values, into out. POSIX: llistxattr/lgetxattr (ACLs are the
+/// "system.posix_acl_*" ones); a file system without them gives none.
+/// Windows: an Unsupported error.
+SysError fsGetExtendedAttributes(std::u16string const& path, bool followLinks,
+                                 std::vector<std::pair<std::u16string, std::string>>& out);
+/// Sets the extended attribute name of path to value (POSIX lsetxattr/
+/// setxattr). Windows: an Unsupported error.
+SysError fsSetExtendedAttribute(std::u16string const& path, bool followLinks, std::u16string const& name,
+                                std::string const& value);
 /// Whether files have named sub-streams that "path:name" opens (NTFS).
 bool fsHasSubStreams();
 

@@ -20,6 +20,7 @@
 #  include <spawn.h>
 #  include <sys/stat.h>
 #  include <sys/wait.h>
+#  include <sys/xattr.h>
 #  include <unistd.h>
 extern char** environ;
 #endif
@@ -495,6 +496,35 @@ TEST_F(QoBackup, RootKeepsOwners) {
     ASSERT_EQ(0, stat((target / item.name).c_str(), &st));
     EXPECT_EQ(item.owner, st.st_uid);
     EXPECT_EQ(item.group, st.st_gid);
+  }
+}
+
+TEST_F(QoBackup, KeepsExtendedAttributes) {
+  fs::path const source = m_temp.file("source");
+  fs::path const target = m_temp.file("target");
+  fs::create_directories(source / "folder");
+  writeFile(source / "folder" / "file", "tagged");
+  struct Item {
+    char const* path;
+    char const* name;
+    std::string value;
+  };
+  std::vector<Item> const items{{"folder", "user.qo.colour", "blue"},
+                                {"folder/file", "user.qo.origin", std::string("bytes\0\xFF", 7)},
+                                {"folder/file", "user.qo.empty", ""}};
+  for (Item const& item : items) {
+    if (setxattr((source / item.path).c_str(), item.name, item.value.data(), item.value.size(), 0) != 0) {
+      GTEST_SKIP() << "this file system keeps no user attributes";
+    }
+  }
+  ASSERT_EQ(0, run({u8(source), u8(target)})) << m_output;
+  for (Item const& item : items) {
+    SCOPED_TRACE(std::string(item.path) + " " + item.name);
+    std::string value(64, '\0');
+    ssize_t const got = getxattr((target / item.path).c_str(), item.name, value.data(), value.size());
+    ASSERT_GE(got, 0);
+    value.resize(static_cast<std::size_t>(got));
+    EXPECT_EQ(item.value, value);
   }
 }
 

@@ -713,6 +713,31 @@ TEST_F(CLocalFileSystemTest, OwnersAreThePosixIds) {
 #endif
 }
 
+TEST_F(CLocalFileSystemTest, ExtendedAttributesRoundTrip) {
+  CURI const file = at(u"tagged");
+  put(file, "x");
+#ifdef _WIN32
+  EXPECT_THROW((void)m_fs->getExtendedAttributes(file, false), CNotImplementedError);
+  EXPECT_THROW(m_fs->setExtendedAttribute(file, false, u"user.a", "b"), CNotImplementedError);
+#else
+  std::string const value("v\0\xFF", 3);
+  try {
+    m_fs->setExtendedAttribute(file, false, u"user.qo.test", value);
+  } catch (CFileSystemError const& e) {
+    if (CFileSystemError::getProblem(e.getParams()) == CFileSystemError::kUnsupported) {
+      GTEST_SKIP() << "this file system keeps no user attributes";
+    }
+    throw;
+  }
+  auto const found = m_fs->getExtendedAttributes(file, false);
+  auto const it = std::find_if(found.begin(), found.end(), [](auto const& a) { return a.first == u"user.qo.test"; });
+  ASSERT_NE(it, found.end());
+  EXPECT_EQ(value, it->second);
+  CURI const missing = at(u"missing");
+  expectProblem([&] { (void)m_fs->getExtendedAttributes(missing, false); }, CFileSystemError::kNotFound, missing);
+#endif
+}
+
 TEST_F(CLocalFileSystemTest, TemporaryNames) {
   struct Case {
     char const* name;

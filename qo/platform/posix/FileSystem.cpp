@@ -17,6 +17,7 @@
 #include <sys/statvfs.h>
 #include <sys/sysmacros.h>
 #include <sys/types.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 namespace qo::platform {
@@ -500,6 +501,59 @@ SysError fsNativeMetaData(std::u16string const& path, bool followLinks, std::u16
 }
 
 bool fsHasSubStreams() { return false; }
+
+SysError fsGetExtendedAttributes(std::u16string const& path, bool followLinks,
+                                 std::vector<std::pair<std::u16string, std::string>>& out) {
+  out.clear();
+  QO_FS_PATH(p, path);
+  // Sizes are asked first; an attribute that grows meanwhile is asked again.
+  std::string names;
+  for (;;) {
+    ssize_t const size = followLinks ? listxattr(p.c_str(), nullptr, 0) : llistxattr(p.c_str(), nullptr, 0);
+    if (size < 0 && (errno == ENOTSUP || errno == EOPNOTSUPP)) return ok();
+    if (size < 0) return errorOf(errno);
+    names.resize(static_cast<std::size_t>(size));
+    ssize_t const got = followLinks ? listxattr(p.c_str(), names.data(), names.size())
+                                    : llistxattr(p.c_str(), names.data(), names.size());
+    if (got >= 0) {
+      names.resize(static_cast<std::size_t>(got));
+      break;
+    }
+    if (errno != ERANGE) return errorOf(errno);
+  }
+  for (std::size_t at = 0; at < names.size();) {
+    std::string const name(names.c_str() + at);
+    at += name.size() + 1;
+    std::string value;
+    for (;;) {
+      ssize_t const size =
+          followLinks ? getxattr(p.c_str(), name.c_str(), nullptr, 0) : lgetxattr(p.c_str(), name.c_str(), nullptr, 0);
+      if (size < 0 && errno == ENODATA) break;  // gone meanwhile
+      if (size < 0) return errorOf(errno);
+      value.resize(static_cast<std::size_t>(size));
+      ssize_t const got = followLinks ? getxattr(p.c_str(), name.c_str(), value.data(), value.size())
+                                      : lgetxattr(p.c_str(), name.c_str(), value.data(), value.size());
+      if (got >= 0) {
+        value.resize(static_cast<std::size_t>(got));
+        out.emplace_back(fromNative(name.data(), name.size()), value);
+        break;
+      }
+      if (errno == ENODATA) break;
+      if (errno != ERANGE) return errorOf(errno);
+    }
+  }
+  return ok();
+}
+
+SysError fsSetExtendedAttribute(std::u16string const& path, bool followLinks, std::u16string const& name,
+                                std::string const& value) {
+  QO_FS_PATH(p, path);
+  QO_FS_PATH(n, name);
+  return retrying([&] {
+    return followLinks ? setxattr(p.c_str(), n.c_str(), value.data(), value.size(), 0)
+                       : lsetxattr(p.c_str(), n.c_str(), value.data(), value.size(), 0);
+  });
+}
 
 SysError fsFolderOpen(std::u16string const& path, FsFolder*& folder) {
   folder = nullptr;

@@ -581,6 +581,15 @@ SysError fsNativeMetaData(std::u16string const& path, bool followLinks, std::u16
 
 bool fsHasSubStreams() { return true; }
 
+SysError fsGetExtendedAttributes(std::u16string const&, bool, std::vector<std::pair<std::u16string, std::string>>& out) {
+  out.clear();
+  return errorOf(ERROR_NOT_SUPPORTED);
+}
+
+SysError fsSetExtendedAttribute(std::u16string const&, bool, std::u16string const&, std::string const&) {
+  return errorOf(ERROR_NOT_SUPPORTED);
+}
+
 SysError fsFolderOpen(std::u16string const& path, FsFolder*& folder) {
   folder = nullptr;
   QO_FS_PATH(p, path);
