@@ -326,6 +326,21 @@ void CBackupRun::applyMetaData(CURI const& target, Item const& item) {
       m_keepAttributes = false;  // no extended attributes on this system
     }
   }
+  if (m_local && m_keepSecurity) {
+    try {
+      P<qo::IFileSystem::CNativeMetaData> const security =
+          m_local->getNativeMetaData(sourceOf(item.relative), true, u"security");
+      qo::PC<qo::TBuffer<unsigned char>> const bytes = security->getData();
+      m_local->setSecurityDescriptor(
+          target, std::string(reinterpret_cast<char const*>(bytes->getData()), static_cast<std::size_t>(bytes->getSize())));
+    } catch (qo::CNotImplementedError const&) {
+      m_keepSecurity = false;
+    } catch (CError const& e) {
+      // A descriptor this process may not read or set is left as it is.
+      int const problem = CFileSystemError::getProblem(e.getParams());
+      if (problem != CFileSystemError::kAccessDenied && problem != CFileSystemError::kUnsupported) throw;
+    }
+  }
   if (m_local && m_keepOwners && item.owner >= 0) {
     long long owner = -1, group = -1;
     m_local->getOwner(target, false, owner, group);

@@ -59,7 +59,8 @@ public:
   /// Keeps, through local, the POSIX owner and group of files and folders
   /// (as far as this process may give files away: root may, others silently
   /// keep their own) and their extended attributes, ACLs included (those
-  /// this process may set), where the system has them.
+  /// this process may set), where the system has them; on Windows their
+  /// security descriptors where readable (the DACL; owners where allowed).
   void keepOwnersAndAttributes(qo::P<qo::CLocalFileSystem> const& local) { m_local = local; }
   CBackupRun(CBackupRun const&) = delete;
   CBackupRun& operator=(CBackupRun const&) = delete;
@@ -130,6 +131,7 @@ private:
   qo::P<qo::CLocalFileSystem> m_local;  ///< Null: owners and attributes are not kept.
   bool m_keepOwners = true;
   bool m_keepAttributes = true;
+  bool m_keepSecurity = qo::localPathsAreWindowsPaths();  ///< Windows security descriptors.
   CConsole& m_console;
   std::vector<Folder> m_folders;
   std::deque<File> m_files;  ///< A deque: files queued again keep the others in place.

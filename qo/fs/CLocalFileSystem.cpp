@@ -579,6 +579,13 @@ void CLocalFileSystem::setExtendedAttribute(CURI const& uri, bool followLinks, S
   }
 }
 
+void CLocalFileSystem::setSecurityDescriptor(CURI const& uri, std::string const& descriptor) {
+  if (!windowsPaths()) throw CNotImplementedError(u"CLocalFileSystem::setSecurityDescriptor");
+  if (SysError e = platform::fsSetSecurity(nativeOf(uri), descriptor)) {
+    throwOsError(e, CIOError::kWriteFailed, "setSecurityDescriptor", "SetFileSecurityW", uri);
+  }
+}
+
 long long CLocalFileSystem::getFileSectorSize(CURI const& uri) {
   long long bytes = -1;
   if (SysError e = platform::fsSectorSize(nativeOf(uri), bytes)) {

@@ -169,6 +169,12 @@ public:
   /// CNotImplementedError ("CLocalFileSystem::setExtendedAttribute").
   /// Thread-safe.
   void setExtendedAttribute(CURI const& uri, bool followLinks, String const& name, std::string const& value);
+  /// Windows: sets the security of uri from descriptor, the bytes of
+  /// getNativeMetaData(uri, ..., "security"): its DACL, and its owner and
+  /// group where this process may. kAccessDenied when it may not. POSIX:
+  /// throws CNotImplementedError ("CLocalFileSystem::setSecurityDescriptor").
+  /// Thread-safe.
+  void setSecurityDescriptor(CURI const& uri, std::string const& descriptor);
   /// The sector size (Windows) or the file system's fundamental block size
   /// (POSIX) of the volume holding uri.
   [[nodiscard]] long long getFileSectorSize(CURI const& uri) override;

@@ -183,6 +183,11 @@ SysError fsGetExtendedAttributes(std::u16string const& path, bool followLinks,
 /// setxattr). Windows: an Unsupported error.
 SysError fsSetExtendedAttribute(std::u16string const& path, bool followLinks, std::u16string const& name,
                                 std::string const& value);
+/// Sets the security of path from descriptor, a self-relative Windows
+/// security descriptor (what fsNativeMetaData's "security" gives): its DACL,
+/// and its owner and group where this process may set them (SetFileSecurityW).
+/// POSIX: an Unsupported error.
+SysError fsSetSecurity(std::u16string const& path, std::string const& descriptor);
 /// Whether files have named sub-streams that "path:name" opens (NTFS).
 bool fsHasSubStreams();
 

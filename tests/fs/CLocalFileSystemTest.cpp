@@ -738,6 +738,25 @@ TEST_F(CLocalFileSystemTest, ExtendedAttributesRoundTrip) {
 #endif
 }
 
+TEST_F(CLocalFileSystemTest, SecurityDescriptorsCarryOver) {
+  CURI const from = at(u"from"), to = at(u"to");
+  put(from, "a");
+  put(to, "b");
+#ifdef _WIN32
+  auto descriptor = [&](CURI const& uri) {
+    PC<TBuffer<unsigned char>> const bytes = m_fs->getNativeMetaData(uri, true, u"security")->getData();
+    return std::string(reinterpret_cast<char const*>(bytes->getData()), static_cast<std::size_t>(bytes->getSize()));
+  };
+  std::string const wanted = descriptor(from);
+  m_fs->setSecurityDescriptor(to, wanted);
+  EXPECT_TRUE(descriptor(to) == wanted);
+  expectError(typeid(CIOError), [&] { m_fs->setSecurityDescriptor(to, "not a descriptor"); }, -1, CIOError::kWriteFailed,
+              to);
+#else
+  EXPECT_THROW(m_fs->setSecurityDescriptor(to, "x"), CNotImplementedError);
+#endif
+}
+
 TEST_F(CLocalFileSystemTest, TemporaryNames) {
   struct Case {
     char const* name;

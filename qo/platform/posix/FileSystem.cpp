@@ -502,6 +502,8 @@ SysError fsNativeMetaData(std::u16string const& path, bool followLinks, std::u16
 
 bool fsHasSubStreams() { return false; }
 
+SysError fsSetSecurity(std::u16string const&, std::string const&) { return errorOf(ENOTSUP); }
+
 SysError fsGetExtendedAttributes(std::u16string const& path, bool followLinks,
                                  std::vector<std::pair<std::u16string, std::string>>& out) {
   out.clear();

@@ -581,6 +581,20 @@ SysError fsNativeMetaData(std::u16string const& path, bool followLinks, std::u16
 
 bool fsHasSubStreams() { return true; }
 
+SysError fsSetSecurity(std::u16string const& path, std::string const& descriptor) {
+  QO_FS_PATH(p, path);
+  std::string copy = descriptor;  // the call takes a writable pointer
+  PSECURITY_DESCRIPTOR const sd = copy.empty() ? nullptr : &copy[0];
+  if (!sd || !IsValidSecurityDescriptor(sd)) return errorOf(ERROR_INVALID_SECURITY_DESCR);
+  SECURITY_INFORMATION const all = OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
+  if (SetFileSecurityW(p.c_str(), all, sd)) return ok();
+  // Giving a file to another owner needs a privilege; the DACL alone does not.
+  DWORD const code = GetLastError();
+  if (code != ERROR_INVALID_OWNER && code != ERROR_ACCESS_DENIED && code != ERROR_PRIVILEGE_NOT_HELD) return errorOf(code);
+  if (SetFileSecurityW(p.c_str(), DACL_SECURITY_INFORMATION, sd)) return ok();
+  return errorOf(GetLastError());
+}
+
 SysError fsGetExtendedAttributes(std::u16string const&, bool, std::vector<std::pair<std::u16string, std::string>>& out) {
   out.clear();
   return errorOf(ERROR_NOT_SUPPORTED);
