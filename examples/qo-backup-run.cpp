@@ -287,6 +287,7 @@ void CBackupRun::createFolders() {
       verboseLine("folder", folder.relative);
     } catch (std::exception const& e) {
       if (problemOf(e) == CFileSystemError::kAlreadyExists && m_fs->folderExists(target)) {
+        makeFolderUsable(folder.relative);
         removeTemporaryFiles(folder.relative);
         continue;
       }
@@ -467,6 +468,21 @@ void CBackupRun::startCopy(File const& file) {
     return;
   }
   m_pending.push_back(std::move(pending));
+}
+
+void CBackupRun::makeFolderUsable(String const& relative) {
+  // The copy of a folder without write permission was given that at the end
+  // of the last run; until the end of this one its owner may write it again.
+  try {
+    P<IFileInfoBase> const info = m_fs->getFileInfo(targetOf(relative), false);
+    int const mode = info->getPosixMode();
+    if (mode < 0 || (mode & 0700) == 0700) return;
+    P<qo::IFileMetaModifier> modifier = m_fs->createMetaModifier(targetOf(relative), false);
+    modifier->setPosixMode((mode | 0700) & 07777);
+    modifier->commit();
+  } catch (std::exception const& e) {
+    reportWarning(relative, String(u"Cannot make the folder writable: ") + String::fromUTF8(describe(e)));
+  }
 }
 
 void CBackupRun::makeWritable(CURI const& target) {

@@ -5,9 +5,15 @@
 // stores queued on the file system's "qo.bgOp" worker at a time:
 //   - a file whose target has the same size and modification time is left
 //     alone (incremental mode, the default);
-//   - every other file is stored under a temporary name in its target folder,
-//     gets the source's modification time, and only then replaces the old
-//     target file, so a failed copy never costs what the target had;
+//   - every other file is stored with backgroundStore over its target: the
+//     local file system writes a private temporary file beside it and
+//     renames it into place only when it is complete, so a failed copy
+//     never costs what the target had; then the copy gets the source's
+//     time, permissions, owner (root), extended attributes or security;
+//   - a file whose size or time differs after its copy fails that store (the
+//     old copy stays) and is copied once more; changing again, it is a
+//     warning and the exit code is 1;
+//   - folders get their times and permissions last, deepest first;
 //   - a failure is reported (console and session log) and the run goes on
 //     with the next file; a source file that vanished since the scan is only
 //     a warning.
@@ -111,6 +117,7 @@ private:
   void finishOldest();
   void requeueChanged(File const& file);
   void makeWritable(qo::CURI const& target);
+  void makeFolderUsable(qo::String const& relative);
   template <class Item>
   void applyMetaData(qo::CURI const& target, Item const& item);
   template <class Item>

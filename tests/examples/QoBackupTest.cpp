@@ -442,10 +442,12 @@ TEST_F(QoBackup, KeepsPermissionsAndFolderTimes) {
     int mode;
   };
   std::vector<Item> const items{{"private", 0700}, {"private/secret", 0600}, {"shared", 0644},
-                                {"tool", 0755},    {"read-only", 0444},      {"group", 0640}};
+                                {"tool", 0755},    {"read-only", 0444},      {"group", 0640},
+                                {"locked/file", 0644}, {"locked", 0555}};  // the folder last: it takes no files
   fs::create_directories(source / "private");
+  fs::create_directories(source / "locked");
   for (Item const& item : items)
-    if (std::string(item.name) != "private") writeFile(source / item.name, item.name);
+    if (std::string(item.name) != "private" && std::string(item.name) != "locked") writeFile(source / item.name, item.name);
   auto chmodAll = [&] {
     for (Item const& item : items) ASSERT_EQ(0, chmod((source / item.name).c_str(), static_cast<mode_t>(item.mode)));
   };
@@ -465,15 +467,17 @@ TEST_F(QoBackup, KeepsPermissionsAndFolderTimes) {
   ASSERT_EQ(0, run({u8(source), u8(target)})) << m_output;
   expectSame();
   // Changed files replace read-only copies too.
-  for (char const* name : {"read-only", "private/secret"}) {
+  ASSERT_EQ(0, chmod((source / "locked").c_str(), 0755));
+  for (char const* name : {"read-only", "private/secret", "locked/file"}) {
     ASSERT_EQ(0, chmod((source / name).c_str(), 0600));
     writeFile(source / name, std::string(name) + " v2");
   }
   chmodAll();
   fs::last_write_time(source / "private", folderTime);
   ASSERT_EQ(0, run({u8(source), u8(target)})) << m_output;
-  EXPECT_NE(std::string::npos, m_output.find("2 copied")) << m_output;
+  EXPECT_NE(std::string::npos, m_output.find("3 copied")) << m_output;
   expectSame();
+  for (fs::path const& root : {source, target}) chmod((root / "locked").c_str(), 0755);  // so that it can go
 }
 
 TEST_F(QoBackup, RootKeepsOwners) {
