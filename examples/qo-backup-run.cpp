@@ -2,6 +2,9 @@
 #include "qo-backup-run.h"
 
 #include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <random>
 #include <cstdio>
 
 namespace qobackup {
@@ -39,6 +42,15 @@ int problemOf(std::exception const& e) {
 }
 
 }  // namespace
+
+String randomRunId() {
+  std::random_device device;
+  std::uint64_t x = (static_cast<std::uint64_t>(device()) << 32) ^ device() ^
+                    static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
+  char digits[17] = {};
+  std::snprintf(digits, sizeof digits, "%016llx", static_cast<unsigned long long>(x));
+  return String::fromUTF8(digits);
+}
 
 std::string printable(String const& text) {
   std::string out;
@@ -168,7 +180,7 @@ CURI CBackupRun::targetOf(String const& relative) const {
 void CBackupRun::run() {
   if (!m_options.dryRun) qo::logInfo(String(u"Scanning ") + m_options.source.toString(true));
   scanFolder(m_options.source, String());
-  m_progress.filesTotal = static_cast<long long>(m_files.size());
+  m_progress.filesTotal = static_cast<long long>(m_files.size() + m_links.size());
   m_progress.bytesTotal = m_totals.bytesSeen;
   m_totals.filesSeen = m_progress.filesTotal;
   if (!m_options.dryRun)
@@ -177,6 +189,7 @@ void CBackupRun::run() {
   m_console.start();
   createFolders();
   copyFiles();
+  copyLinks();
   finishFolders();
   showProgress(true);
 }
@@ -201,10 +214,15 @@ void CBackupRun::scanFolder(CURI const& folder, String const& relative) {
       String const childRelative = relative.isEmpty() ? name : relative + u"/" + name;
       IFileInfoBase::Kind kind = entry->getKind();
       P<IFileInfoBase> info = entry;
+      if (entry->isLink() && !m_options.followLinks) {
+        // A link is copied as a link, holding the same text.
+        m_links.push_back(Link{childRelative, entry->getLinkTarget(), entry->isLinkToFolder(), entry->getLastWriteTime()});
+        continue;
+      }
       if (entry->isLink()) {
-        // Links are backed up as what they lead to; a link to a folder is
-        // not followed (it could lead back up the tree), and a dangling one
-        // is kept as a file so that its failure is reported.
+        // Followed, a link to a file is backed up as what it leads to; a
+        // link to a folder is not (it could lead back up the tree), and a
+        // dangling one is kept as a file so that its failure is reported.
         try {
           info = m_fs->getFileInfo(sourceOf(childRelative), true);
           kind = info->getKind();
@@ -525,6 +543,55 @@ void CBackupRun::finishOldest() {
   }
   ++m_progress.filesDone;
   m_bytesOfFinished += file.size;
+}
+
+void CBackupRun::copyLinks() {
+  for (Link const& link : m_links) {
+    ++m_progress.filesDone;
+    CURI const target = targetOf(link.relative);
+    try {
+      P<IFileInfoBase> const existing = m_fs->getFileInfo(target, false);
+      if (existing->isLink() && existing->getLinkTarget() == link.text &&
+          (!link.modified.isValid() || existing->getLastWriteTime() == link.modified)) {
+        ++m_totals.filesUnchanged;
+        verboseLine("unchanged", link.relative);
+        continue;
+      }
+      if (m_options.dryRun) {
+        ++m_totals.filesCopied;
+        verboseLine("would copy", link.relative);
+        continue;
+      }
+      // Made under a name of its own beside the target, then renamed over
+      // it: the target is the old entry or the new link at every moment.
+      CURI const temporary = target.getParent() << (String(u"~qo-backup-") + m_runId + u"-" +
+                                                    qo::toString(++m_linkCounter) + u".tmp");
+      CURI const text = link.text.StartsWith(u"/") || qo::localPathsAreWindowsPaths()
+                            ? qo::CLocalFileSystem::toURI(link.text, false)
+                            : CURI(CURI::escape(link.text, false, u"/"));
+      if (link.toFolder) {
+        m_fs->createFolderSymLink(temporary, text);
+      } else {
+        m_fs->createFileSymLink(temporary, text);
+      }
+      try {
+        if (link.modified.isValid()) {
+          P<qo::IFileMetaModifier> modifier = m_fs->createMetaModifier(temporary, false);
+          modifier->setLastWriteTime(link.modified);
+          modifier->commit();
+        }
+        m_fs->moveFileOrFolder(temporary, target, true);
+      } catch (std::exception const&) {
+        m_fs->deleteSymLink(temporary);
+        throw;
+      }
+      ++m_totals.filesCopied;
+      verboseLine("copied", link.relative);
+    } catch (std::exception const& e) {
+      ++m_totals.filesFailed;
+      reportFailure(link.relative, e, u"Cannot copy the link");
+    }
+  }
 }
 
 void CBackupRun::requeueChanged(File const& file) {

@@ -29,6 +29,9 @@
 
 namespace qobackup {
 
+/// 16 hexadecimal digits that no other run is likely to pick.
+qo::String randomRunId();
+
 /// What the command line asked for.
 struct Options {
   qo::CURI source;  ///< Folder URI.
@@ -36,6 +39,7 @@ struct Options {
   bool dryRun = false;
   bool verbose = false;
   bool incremental = true;
+  bool followLinks = false;  ///< Links to files copied as what they lead to.
 };
 
 /// Counts of one run, for the summary.
@@ -93,6 +97,12 @@ private:
     long long owner = -1;  ///< POSIX user and group ids; -1: not kept.
     long long group = -1;
   };
+  struct Link {
+    qo::String relative;
+    qo::String text;  ///< What the link holds, as it is (may be relative).
+    bool toFolder = false;
+    qo::CTime modified;
+  };
   struct Folder {
     qo::String relative;
     qo::CTime modified;
@@ -123,6 +133,7 @@ private:
   template <class Item>
   void readOwner(qo::String const& relative, Item& item);
   void finishFolders();
+  void copyLinks();
   bool isUnchanged(File const& file, qo::CURI const& target);
   bool isListed(qo::String const& relative);
   void showProgress(bool force = false);
@@ -141,12 +152,15 @@ private:
   bool m_keepSecurity = qo::localPathsAreWindowsPaths();  ///< Windows security descriptors.
   CConsole& m_console;
   std::vector<Folder> m_folders;
+  std::vector<Link> m_links;
   std::deque<File> m_files;  ///< A deque: files queued again keep the others in place.
   std::deque<Pending> m_pending;
   Totals m_totals;
   Progress m_progress;
   long long m_bytesOfFinished = 0;  ///< Bytes of files done before the ones in flight.
   std::size_t m_storeCounter = 0;
+  long long m_linkCounter = 0;
+  qo::String m_runId = randomRunId();  ///< Keeps this run's temporary names apart from any other's.
 };
 
 /// An error's description followed by those of its causes, without the

@@ -44,6 +44,8 @@ char const kUsage[] =
     "Options:\n"
     "  -n, --dry-run           show what would be copied; change nothing\n"
     "  -v, --verbose           list every folder and file\n"
+    "  -L, --follow-links      copy what links to files lead to (default: the\n"
+    "                          links themselves; links to folders never)\n"
     "      --full              copy every file, even unchanged ones\n"
     "      --log PATH          the session log (default: qo-backup-log.xml\n"
     "                          beside TARGET_FOLDER); crash reports go to its folder\n"
@@ -98,6 +100,7 @@ struct Arguments {
   bool dryRun = false;
   bool verbose = false;
   bool full = false;
+  bool followLinks = false;
   bool help = false;
   bool version = false;
 };
@@ -144,6 +147,8 @@ int parseArguments(std::vector<String> const& args, Arguments& out) {
       out.dryRun = true;
     } else if (name == "-v" || name == "--verbose") {
       out.verbose = true;
+    } else if (name == "-L" || name == "--follow-links") {
+      out.followLinks = true;
     } else if (name == "--full") {
       out.full = true;
     } else if (name == "--incremental") {
@@ -321,6 +326,7 @@ int runBackup(Arguments const& args) {
   options.dryRun = args.dryRun;
   options.verbose = args.verbose;
   options.incremental = !args.full;
+  options.followLinks = args.followLinks;
   // Each local file system stores on its own "qo.bgOp" worker, one job
   // after another; with several, one file's flush to the medium overlaps the
   // next file's copying.

@@ -280,7 +280,12 @@ TEST_F(QoBackup, BacksUpATreeThenSkipsItThenSurvivesAnUnreadableFile) {
   ASSERT_GE(tree.files, 1000);
   ASSERT_GE(tree.bytes, 100LL << 20);
   ASSERT_GT(u8(source / fs::u8path(tree.longFileRelative)).size(), 260u);
-  std::vector<std::string> const args{"--log", u8(log), u8(source), u8(target)};
+  std::vector<std::string> args{"--log", u8(log), u8(source), u8(target)};
+#ifndef _WIN32
+  // Root reads whatever the permissions say; what it cannot read is the
+  // dangling link made below, followed.
+  if (geteuid() == 0) args.insert(args.begin(), "--follow-links");
+#endif
 
   ASSERT_EQ(0, run(args)) << m_output;
   Summary const first = parseSummary(m_output);
@@ -480,6 +485,45 @@ TEST_F(QoBackup, KeepsPermissionsAndFolderTimes) {
   for (fs::path const& root : {source, target}) chmod((root / "locked").c_str(), 0755);  // so that it can go
 }
 
+TEST_F(QoBackup, LinksAreCopiedAsLinks) {
+  fs::path const source = m_temp.file("source");
+  fs::path const target = m_temp.file("target");
+  fs::create_directories(source / "sub");
+  writeFile(source / "a.txt", "a");
+  writeFile(source / "sub" / "b.txt", "b");
+  struct Link {
+    char const* name;
+    char const* text;
+  };
+  std::vector<Link> const links{{"to-file", "a.txt"},
+                                {"to-folder", "sub"},
+                                {"sub/up", "../a.txt"},
+                                {"dangling", "nowhere/x"},
+                                {"absolute", "/proc/self/status"},
+                                {"odd name %41", "with space & 100%"}};
+  for (Link const& link : links) fs::create_symlink(link.text, source / link.name);
+  auto expectLinks = [&] {
+    for (Link const& link : links) {
+      SCOPED_TRACE(link.name);
+      ASSERT_TRUE(fs::is_symlink(target / link.name));
+      EXPECT_EQ(link.text, fs::read_symlink(target / link.name).string());
+    }
+  };
+  ASSERT_EQ(0, run({u8(source), u8(target)})) << m_output;
+  expectLinks();
+  EXPECT_EQ("a", readAll(target / "a.txt"));
+  ASSERT_EQ(0, run({u8(source), u8(target)})) << m_output;
+  EXPECT_NE(std::string::npos, m_output.find("0 copied, 8 unchanged")) << m_output;
+  // A link that now says something else replaces the old one.
+  fs::remove(source / "to-file");
+  fs::create_symlink("sub/b.txt", source / "to-file");
+  ASSERT_EQ(0, run({u8(source), u8(target)})) << m_output;
+  EXPECT_NE(std::string::npos, m_output.find("1 copied, 7 unchanged")) << m_output;
+  EXPECT_EQ("sub/b.txt", fs::read_symlink(target / "to-file").string());
+  EXPECT_EQ(std::distance(fs::directory_iterator(source), fs::directory_iterator()),
+            std::distance(fs::directory_iterator(target), fs::directory_iterator()));  // no temporary left
+}
+
 TEST_F(QoBackup, RootKeepsOwners) {
   if (geteuid() != 0) GTEST_SKIP() << "only root may give files away";
   fs::path const source = m_temp.file("source");
@@ -551,13 +595,14 @@ TEST_F(QoBackup, NamesThatAreNotUtf8AreCopiedByteForByte) {
 
 TEST_F(QoBackup, AFileThatChangesWhileCopiedIsReportedAndNotStored) {
   // The system reports a size of 0 for its /proc files, and reading gives
-  // more: to the program the file changed while it was copied, every time.
+  // more: to the program the file (a link to one, followed) changed while it
+  // was copied, every time.
   fs::path const source = m_temp.file("source");
   fs::path const target = m_temp.file("target");
   fs::create_directories(source);
   writeFile(source / "steady.txt", "steady");
   fs::create_symlink("/proc/self/status", source / "moving.txt");
-  ASSERT_EQ(1, run({u8(source), u8(target)})) << m_output;
+  ASSERT_EQ(1, run({"--follow-links", u8(source), u8(target)})) << m_output;
   EXPECT_NE(std::string::npos,
             m_output.find("warning: moving.txt: Changed while it was copied (twice); the earlier copy is kept"))
       << m_output;
