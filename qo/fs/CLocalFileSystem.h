@@ -112,12 +112,14 @@ public:
   /// Stores length bytes (-1: to its end) of source as the file target, in
   /// the calling thread, through a temporary file renamed into place (see
   /// the top): a source that throws, or a failed write, leaves the target as
-  /// it was. An existing target is replaced when overwrite is set, else
-  /// CFileSystemError kAlreadyExists. Throws CInvalidArgError
-  /// ("CLocalFileSystem::storeFile") for a null source or a length below -1,
-  /// the source's errors, CIOError kind 1 (open) or 3 (write) for the
-  /// temporary file, or the CFileSystemError / CIOError of the rename.
-  /// Thread-safe.
+  /// it was. A target that cannot be written is refused before the source is
+  /// read, with CIOError kind 1 (open) and "fileSysProblem": 2 for an
+  /// existing file without overwrite, 3 for one this process may not write,
+  /// 4 for a folder, 5 (Windows) for one open without sharing; 1 when the
+  /// folder is missing. Throws CInvalidArgError ("CLocalFileSystem::storeFile")
+  /// for a null source or a length below -1, the source's errors, CIOError
+  /// kind 3 (write) for the temporary file, and the CFileSystemError or
+  /// CIOError of the rename. Thread-safe.
   void storeFile(CURI const& target, long long length, IInStream* source, bool overwrite);
 
   // --- background: queued on the worker; errors come from the operation ----
