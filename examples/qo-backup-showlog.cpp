@@ -118,7 +118,10 @@ private:
     }
     return out;
   }
-  std::unique_ptr<Node> parseElement() {
+  std::unique_ptr<Node> parseElement(int depth = 0) {
+    // A session log nests a handful of levels; a deeper document is damaged
+    // (or made to exhaust the stack) and is refused rather than followed.
+    if (depth > kMaxDepth) fail(u"The elements are nested too deeply: the log is damaged.");
     if (!startsWith(u"<")) fail(u"An element is missing.");
     ++m_pos;
     auto node = std::make_unique<Node>();
@@ -162,9 +165,11 @@ private:
         skipPast(u"-->");
         continue;
       }
-      node->children.push_back(parseElement());
+      node->children.push_back(parseElement(depth + 1));
     }
   }
+
+  static constexpr int kMaxDepth = 100;
 
   std::u16string const& m_text;
   std::size_t m_pos = 0;

@@ -8,10 +8,12 @@
 // system under "file" does the file work (folders with createFolder, files
 // with backgroundStore on the "qo.bgOp" worker), the global CXMLLog keeps one
 // session per run, and the crash hooks write a crash report next to the log.
-// Exit codes: 0 success, 1 when anything failed, 2 for bad arguments.
+// Exit codes: 0 success, 1 when anything failed (or changed while it was
+// copied), 2 for bad arguments or a target that another run is using.
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -42,6 +44,8 @@ char const kUsage[] =
     "Options:\n"
     "  -n, --dry-run           show what would be copied; change nothing\n"
     "  -v, --verbose           list every folder and file\n"
+    "  -L, --follow-links      copy what links to files lead to (default: the\n"
+    "                          links themselves; links to folders never)\n"
     "      --full              copy every file, even unchanged ones\n"
     "      --log PATH          the session log (default: qo-backup-log.xml\n"
     "                          beside TARGET_FOLDER); crash reports go to its folder\n"
@@ -49,8 +53,15 @@ char const kUsage[] =
     "      --workers N         store N files at once (1 to 16, default 4)\n"
     "      --show-log PATH     print the session log PATH and exit\n"
     "  -h, --help              show this help and exit\n"
+    "      --version           show the version and exit\n"
     "\n"
-    "Exit status: 0 success, 1 when a file or folder failed, 2 bad arguments.\n";
+    "While it runs, the lock file TARGET_FOLDER.qo-backup.lock beside the target\n"
+    "keeps a second run off the same target.\n"
+    "\n"
+    "Exit status: 0 success, 1 when a file or folder failed or changed while it\n"
+    "was copied, 2 bad arguments or a target in use by another run.\n";
+
+char const kVersion[] = "0.1.0";
 
 // The global log is made by a plain function on first use, so its settings
 // live here.
@@ -62,7 +73,7 @@ qo::CProps g_backupInfo;
 // backs up, so that --show-log can tell sessions apart.
 class CBackupHeaderFactory : public qo::CBase, public virtual qo::CXMLLog::ISessionHeaderFactory {
 public:
-  CBackupHeaderFactory() : m_standard(new qo::CXMLLog::CDefaultSessionHeaderFactory(u"qo-backup", u"0.1.0", u"example")) {}
+  CBackupHeaderFactory() : m_standard(new qo::CXMLLog::CDefaultSessionHeaderFactory(u"qo-backup", String::fromUTF8(kVersion), u"example")) {}
   qo::PC<qo::CXMLElement> createLogSessionHeader() override {
     P<qo::CXMLElement> header(new qo::CXMLElement(*m_standard->createLogSessionHeader()));
     header->add(qo::CXMLElement(u"backup", g_backupInfo));
@@ -74,6 +85,8 @@ private:
 };
 
 P<qo::CXMLLog> createSessionLog() {
+  // A dry run writes nothing, not even its log.
+  if (g_logPath.isEmpty()) return qo::newP<qo::CXMLLog>(String());
   P<qo::CXMLLog::ISessionHeaderFactory> factory(new CBackupHeaderFactory());
   return qo::newP<qo::CXMLLog>(g_logPath, factory.get(), false, g_maxLogSize);
 }
@@ -87,7 +100,9 @@ struct Arguments {
   bool dryRun = false;
   bool verbose = false;
   bool full = false;
+  bool followLinks = false;
   bool help = false;
+  bool version = false;
 };
 
 int usageError(std::string const& message) {
@@ -132,12 +147,16 @@ int parseArguments(std::vector<String> const& args, Arguments& out) {
       out.dryRun = true;
     } else if (name == "-v" || name == "--verbose") {
       out.verbose = true;
+    } else if (name == "-L" || name == "--follow-links") {
+      out.followLinks = true;
     } else if (name == "--full") {
       out.full = true;
     } else if (name == "--incremental") {
       out.full = false;
     } else if (name == "-h" || name == "--help") {
       out.help = true;
+    } else if (name == "--version") {
+      out.version = true;
     } else if (name == "--workers") {
       long long workers = 0;
       if (!takeValue() || !parseSize(value, workers) || workers < 1 || workers > 16) {
@@ -161,7 +180,7 @@ int parseArguments(std::vector<String> const& args, Arguments& out) {
       return usageError(name + " takes no value");
     }
   }
-  if (out.help) return -1;
+  if (out.help || out.version) return -1;
   if (!out.showLogPath.isEmpty()) {
     if (!out.positional.empty()) return usageError("--show-log takes no folders");
     return -1;
@@ -178,6 +197,29 @@ String absoluteNative(String const& path) {
     text = String(text.str().substr(0, text.length() - 1));
   }
   return text;
+}
+
+// The path with every link and ".." resolved, as far as it exists; the rest
+// is appended as it is. Two folders contain each other only if their real
+// paths do: a target reached through a link into the source is inside it.
+std::filesystem::path realPath(String const& path) {
+  std::error_code error;
+  std::filesystem::path real = std::filesystem::weakly_canonical(std::filesystem::path(path.toWString()), error);
+  if (error) real = std::filesystem::path(path.toWString());
+  return real.lexically_normal();
+}
+
+bool isInsideOrSame(std::filesystem::path const& inner, std::filesystem::path const& outer) {
+  bool const blindCase = qo::localPathsAreWindowsPaths();
+  auto i = inner.begin();
+  for (auto o = outer.begin(); o != outer.end(); ++o, ++i) {
+    if (o->empty()) continue;  // what follows a trailing separator
+    if (i == inner.end()) return false;
+    String const a(i->wstring().c_str());
+    String const b(o->wstring().c_str());
+    if (blindCase ? a.CmpNoCase(b) != 0 : a != b) return false;
+  }
+  return true;
 }
 
 void printSummary(qobackup::Totals const& t, double seconds, bool dryRun) {
@@ -208,14 +250,18 @@ int runBackup(Arguments const& args) {
   if (!hub->folderExists(source)) {
     return usageError("the source " + sourcePath.toUTF8Lossy() + " is not a folder");
   }
-  if (source.isParentOfOrEqual(target) || target.isParentOfOrEqual(source)) {
+  std::filesystem::path const realSource = realPath(sourcePath);
+  std::filesystem::path const realTarget = realPath(targetPath);
+  if (source.isParentOfOrEqual(target) || target.isParentOfOrEqual(source) ||
+      isInsideOrSame(realTarget, realSource) || isInsideOrSame(realSource, realTarget)) {
     return usageError("the source and the target folder must not contain each other");
   }
 
   // The log and crash reports live beside the target, never inside it: the
   // target must stay an exact copy of the source.
   std::filesystem::path const targetFs(targetPath.toWString());
-  g_logPath = args.logPath.isEmpty()
+  g_logPath = args.dryRun ? String()
+              : args.logPath.isEmpty()
                   ? String((targetFs.parent_path() / L"qo-backup-log.xml").wstring().c_str())
                   : absoluteNative(args.logPath);
   g_maxLogSize = args.maxLogSize;
@@ -223,7 +269,6 @@ int runBackup(Arguments const& args) {
                      .add(u"source", sourcePath)
                      .add(u"target", targetPath)
                      .add(u"mode", String(args.dryRun ? u"dry run, " : u"") + (args.full ? u"full" : u"incremental"));
-  String const logFolder((std::filesystem::path(g_logPath.toWString()).parent_path()).wstring().c_str());
 
   qobackup::CConsole console(qobackup::isStdoutTerminal());
   int exitCode = kExitOk;
@@ -235,30 +280,53 @@ int runBackup(Arguments const& args) {
       return kExitFailed;
     }
   }
+  // One run per target: a second one would fight over the same files.
+  std::unique_ptr<qo::CLockFile> targetLock;
+  if (!args.dryRun) {
+    String const lockPath = targetPath + u".qo-backup.lock";
+    try {
+      targetLock = std::make_unique<qo::CLockFile>(lockPath, qo::IStreamBase::LockExclusive, true);
+    } catch (qo::CError const& e) {
+      qo::PC<qo::CError> const cause = e.getCause();
+      if (cause && qo::CFileSystemError::getProblem(cause->getParams()) == qo::CFileSystemError::kLockConflict) {
+        std::fprintf(stderr, "qo-backup: the target %s is in use by another qo-backup run (lock file %s)\n",
+                     qobackup::printable(targetPath).c_str(), qobackup::printable(lockPath).c_str());
+        return kExitUsage;
+      }
+      std::fprintf(stderr, "qo-backup: cannot lock the target: %s\n", qobackup::describe(e).c_str());
+      return kExitFailed;
+    }
+  }
 
   qo::CXMLLog::setGlobalCreateFunc(&createSessionLog);
   qo::CXMLLog::CGlobalLogCloser logCloser;
   P<qo::CCrashManager> const& crashManager = qo::CCrashManager::get();
-  try {
-    crashManager->setGlobalHandler(
-        P<qo::CCrashHandler>(new qo::CCrashHandler(qo::CCrashHandler::Path(logFolder), u"qo-backup",
-                                                   qo::CCrashHandler::Path(g_logPath), true))
-            .get());
-    crashManager->initHook();
-    qo::CCrashManager::hookCallingModuleRuntime();
-  } catch (std::exception const& e) {
-    // A backup without crash reports is still a backup.
-    std::fprintf(stderr, "qo-backup: warning: crash reports are off: %s\n", qobackup::describe(e).c_str());
-    qo::logWarning(e, u"Crash reports are off.", String());
+  // Crash reports go beside the log; a dry run writes neither.
+  if (!args.dryRun) {
+    try {
+      String const logFolder((std::filesystem::path(g_logPath.toWString()).parent_path()).wstring().c_str());
+      crashManager->setGlobalHandler(
+          P<qo::CCrashHandler>(new qo::CCrashHandler(qo::CCrashHandler::Path(logFolder), u"qo-backup",
+                                                     qo::CCrashHandler::Path(g_logPath), true))
+              .get());
+      crashManager->initHook();
+      qo::CCrashManager::hookCallingModuleRuntime();
+    } catch (std::exception const& e) {
+      // A backup without crash reports is still a backup.
+      std::fprintf(stderr, "qo-backup: warning: crash reports are off: %s\n", qobackup::describe(e).c_str());
+      qo::logWarning(e, u"Crash reports are off.", String());
+    }
   }
 
-  qo::logInfo(String(args.dryRun ? u"Dry run" : u"Backup") + u" of " + sourcePath + u" to " + targetPath + u" started.");
+  // A dry run has no log (see createSessionLog): nothing to tell it.
+  if (!args.dryRun) qo::logInfo(String(u"Backup of ") + sourcePath + u" to " + targetPath + u" started.");
   qobackup::Options options;
   options.source = source;
   options.target = target;
   options.dryRun = args.dryRun;
   options.verbose = args.verbose;
   options.incremental = !args.full;
+  options.followLinks = args.followLinks;
   // Each local file system stores on its own "qo.bgOp" worker, one job
   // after another; with several, one file's flush to the medium overlaps the
   // next file's copying.
@@ -269,12 +337,13 @@ int runBackup(Arguments const& args) {
     storeHubs.push_back(storeHub);
   }
   qobackup::CBackupRun run(options, hub, storeHubs, console);
+  run.keepOwnersAndAttributes(local);
   try {
     run.run();
   } catch (std::exception const& e) {
     console.finish();
     std::fprintf(stderr, "qo-backup: %s\n", qobackup::describe(e).c_str());
-    qo::logError(e, u"The backup failed.", sourcePath);
+    if (!args.dryRun) qo::logError(e, u"The backup failed.", sourcePath);
     exitCode = kExitFailed;
   }
   console.finish();
@@ -286,9 +355,9 @@ int runBackup(Arguments const& args) {
                          u" copied, " + qo::toString(t.filesUnchanged) + u" unchanged, " +
                          qo::toString(t.filesFailed) + u" failed, " + qo::toString(t.filesVanished) + u" vanished; " +
                          qo::toString(t.bytesCopied) + u" bytes copied; exit code " + qo::toString(exitCode) + u".";
-  if (exitCode == kExitOk) {
+  if (!args.dryRun && exitCode == kExitOk) {
     qo::logInfo(summary);
-  } else {
+  } else if (!args.dryRun) {
     qo::logWarning(summary);
   }
   crashManager->deinitHook();
@@ -303,6 +372,10 @@ int qoBackupMain(std::vector<String> const& args) {
   if (int const code = parseArguments(args, parsed); code >= 0) return code;
   if (parsed.help) {
     std::fputs(kUsage, stdout);
+    return kExitOk;
+  }
+  if (parsed.version) {
+    std::printf("qo-backup %s\n", kVersion);
     return kExitOk;
   }
   if (!parsed.showLogPath.isEmpty()) return qobackup::showLog(absoluteNative(parsed.showLogPath));

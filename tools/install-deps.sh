@@ -3,7 +3,7 @@
 # Skips apt-get entirely when everything is already there.
 set -euo pipefail
 packages=(cmake ninja-build g++ clang libclang-rt-dev libgtest-dev googletest libbenchmark-dev
-          g++-mingw-w64-x86-64-posix wine wine64 libxml2-utils lldb)
+          g++-mingw-w64-x86-64-posix wine wine64 libxml2-utils lldb pkgconf)
 if [ "${1:-}" = "--linux-only" ]; then
   packages=(cmake ninja-build g++)
 fi

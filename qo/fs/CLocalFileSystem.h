@@ -5,6 +5,17 @@
 // 247 characters on; POSIX: "/x"), and the path goes to the platform's
 // FileSystem service or, for data, to a CLocalFileStream.
 //
+// Replacing never destroys data: an overwriting store or copy writes a
+// temporary file "~qo-<16 hex digits>.tmp" in the target's folder (created
+// readable by its owner only on POSIX), flushes it to the medium and then
+// renames it over the target, flushing the folder too (Windows: MoveFileExW
+// with write-through). The target holds the old or the complete new content
+// at every moment, also across a crash or a kill; a failed store or copy
+// removes its temporary file (a killed one leaves it, see isTemporaryName).
+// Sparse files stay sparse: a copy writes only the data ranges of its
+// source (POSIX: SEEK_DATA/SEEK_HOLE), a store skips runs of zeros of 4 KiB
+// and more, leaving holes where the file system makes them.
+//
 // Arguments the interface leaves open mean here:
 //   backgroundStore(..., overwrite, ...)   replace an existing target
 //   getFileInfo(uri, followLinks)          report a link's target instead
@@ -63,6 +74,10 @@
 #include "qo/fs/IFileSystem.h"
 #include "qo/thread/CMutex.h"
 
+#include <string>
+#include <utility>
+#include <vector>
+
 namespace qo {
 
 class CBackgroundOpThread;
@@ -90,11 +105,27 @@ public:
   /// Throws CBadPathError for a relative path. Thread-safe.
   static CURI toURI(String const& nativePath, bool isFolder);
 
+  /// True when name is one the file system gives its temporary files
+  /// ("~qo-" and 16 hexadecimal digits, ".tmp"): what is left of a store or
+  /// copy that was killed. Thread-safe.
+  static bool isTemporaryName(String const& name);
+  /// Stores length bytes (-1: to its end) of source as the file target, in
+  /// the calling thread, through a temporary file renamed into place (see
+  /// the top): a source that throws, or a failed write, leaves the target as
+  /// it was. A target that cannot be written is refused before the source is
+  /// read, with CIOError kind 1 (open) and "fileSysProblem": 2 for an
+  /// existing file without overwrite, 3 for one this process may not write,
+  /// 4 for a folder, 5 (Windows) for one open without sharing; 1 when the
+  /// folder is missing. Throws CInvalidArgError ("CLocalFileSystem::storeFile")
+  /// for a null source or a length below -1, the source's errors, CIOError
+  /// kind 3 (write) for the temporary file, and the CFileSystemError or
+  /// CIOError of the rename. Thread-safe.
+  void storeFile(CURI const& target, long long length, IInStream* source, bool overwrite);
+
   // --- background: queued on the worker; errors come from the operation ----
-  /// Stores length bytes (-1: to its end) of source as the file target,
-  /// replacing an existing file when overwrite is set (else the operation
-  /// fails with CIOError kind 1, "fileSysProblem" 2). Throws
-  /// CInvalidArgError for a null source or a length below -1.
+  /// storeFile(target, length, source, overwrite) on the worker. Throws
+  /// CInvalidArgError ("CLocalFileSystem::backgroundStore") for a null source
+  /// or a length below -1.
   P<IBackgroundOp> backgroundStore(CURI const& target, long long length, IInStream* source, bool overwrite,
                                    IDoneListener* listener) override;
   /// createFolder(uri, options) on the worker.
@@ -118,6 +149,34 @@ public:
   /// followLinks a link's own times are set; its mode is left alone on POSIX.
   /// The object must exist at commit (else kNotFound).
   [[nodiscard]] P<IFileMetaModifier> createMetaModifier(CURI const& uri, bool followLinks) override;
+  /// The POSIX user and group ids of uri (without followLinks, of a link
+  /// itself) into owner and group. kNotFound when nothing is there. Windows
+  /// has no such ids: throws CNotImplementedError
+  /// ("CLocalFileSystem::getOwner"). Thread-safe.
+  void getOwner(CURI const& uri, bool followLinks, long long& owner, long long& group);
+  /// Gives uri (without followLinks, a link itself) to the POSIX user owner
+  /// and group group (-1: leave as it is). kAccessDenied without the
+  /// privilege (only root may give a file away); on Windows throws
+  /// CNotImplementedError ("CLocalFileSystem::setOwner"). Thread-safe.
+  void setOwner(CURI const& uri, bool followLinks, long long owner, long long group);
+  /// The extended attributes of uri (without followLinks, of a link itself)
+  /// as names and value bytes, in the system's order; none on a file system
+  /// without them. POSIX ACLs are among them ("system.posix_acl_access").
+  /// kNotFound when nothing is there; on Windows throws CNotImplementedError
+  /// ("CLocalFileSystem::getExtendedAttributes"). Thread-safe.
+  std::vector<std::pair<String, std::string>> getExtendedAttributes(CURI const& uri, bool followLinks);
+  /// Sets the extended attribute name of uri to value. kAccessDenied for a
+  /// name this process may not set (say "trusted." ones without root),
+  /// kUnsupported where the file system has none; on Windows throws
+  /// CNotImplementedError ("CLocalFileSystem::setExtendedAttribute").
+  /// Thread-safe.
+  void setExtendedAttribute(CURI const& uri, bool followLinks, String const& name, std::string const& value);
+  /// Windows: sets the security of uri from descriptor, the bytes of
+  /// getNativeMetaData(uri, ..., "security"): its DACL, and its owner and
+  /// group where this process may. kAccessDenied when it may not. POSIX:
+  /// throws CNotImplementedError ("CLocalFileSystem::setSecurityDescriptor").
+  /// Thread-safe.
+  void setSecurityDescriptor(CURI const& uri, std::string const& descriptor);
   /// The sector size (Windows) or the file system's fundamental block size
   /// (POSIX) of the volume holding uri.
   [[nodiscard]] long long getFileSectorSize(CURI const& uri) override;
@@ -206,12 +265,14 @@ public:
   void moveFileOrFolder(CURI const& from, CURI const& to, bool overwrite) override;
   /// Copies the file from to to with its times and permissions; an existing
   /// file at to is replaced when overwrite is set, else kAlreadyExists.
-  /// kWrongKind when either is a folder. A failed copy leaves no target.
+  /// kWrongKind when either is a folder. A failed copy leaves no new target
+  /// and an old one as it was (see the top).
   void copyFile(CURI const& from, CURI const& to, bool overwrite) override;
 
 private:
   class CFolderIterator;
   class CMetaModifier;
+  class CStoreJob;
 
   P<CBackgroundOpThread> worker();
 

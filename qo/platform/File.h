@@ -9,7 +9,8 @@
 // change the file's length. POSIX: open/read/write/lseek/fstat/ftruncate/
 // fsync, open-file-description locks (F_OFD_SETLK; they conflict also
 // between two opens in one process, unlike classic fcntl locks), unlink;
-// paths as UTF-8; EINTR is retried.
+// paths as bytes (UTF-8, and a byte that is not UTF-8 as one lone surrogate
+// U+DC80..U+DCFF, as in FileSystem.h); EINTR is retried.
 //
 // Differences the callers see:
 // - POSIX does not enforce the share options (fileEnforcesSharing() is
@@ -66,6 +67,9 @@ struct FileOpenOptions {
   bool sequential = false;
   bool randomAccess = false;
   bool deleteOnClose = false;
+  /// A file this open creates is readable and writable by its owner only
+  /// (POSIX permission bits 0600); Windows ignores it.
+  bool ownerOnly = false;
 };
 
 /// What kind of failure a SysError of this service is, for choosing the

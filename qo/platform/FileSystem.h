@@ -15,7 +15,9 @@
 // caller adds the long-path prefix. POSIX: lstat/stat (statx for the birth
 // time where the kernel has it), mkdir, rmdir, renameat2, link, symlink,
 // readlink, unlink, opendir/readdir + fstatat, statvfs, utimensat, chmod;
-// paths as UTF-8 (a lone surrogate is refused with EILSEQ); EINTR retried.
+// paths as bytes: UTF-8, and each byte that is not UTF-8 as one lone
+// surrogate U+DC80..U+DCFF both ways (other lone surrogates are refused with
+// EILSEQ); EINTR retried.
 //
 // Times are microseconds since 1970-01-01 UTC; kFsNoTime means unknown (or,
 // for setters, "leave as it is").
@@ -31,6 +33,8 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "qo/platform/LastError.h"
 
@@ -70,6 +74,8 @@ struct FsStat {
   unsigned long long volumeId = 0;
   unsigned long long fileId = 0;
   long long linkCount = 0;
+  long long ownerId = -1;  ///< POSIX user id; -1 on Windows.
+  long long groupId = -1;  ///< POSIX group id; -1 on Windows.
   /// For links: the target as stored (may be relative); empty otherwise
   /// or when it could not be read.
   std::u16string linkTarget;
@@ -113,9 +119,15 @@ SysError fsRemoveLink(std::u16string const& path);
 /// (a folder never replaces a non-empty folder). Windows may copy a file
 /// across volumes; POSIX returns a CrossDevice error instead.
 SysError fsRename(std::u16string const& from, std::u16string const& to, bool overwrite);
+/// Renames the file from to to durably, replacing a file at to only when
+/// overwrite is set: once it returns, the new name survives a power cut.
+/// POSIX: rename (renameat2 without replacing) and then fsync of to's folder;
+/// Windows: MoveFileExW with MOVEFILE_WRITE_THROUGH (and
+/// MOVEFILE_REPLACE_EXISTING), never copying across volumes.
+SysError fsReplaceFile(std::u16string const& from, std::u16string const& to, bool overwrite);
 /// Copies the file from to to with its times and permissions (attributes
-/// on Windows), replacing to only when overwrite is set. Copying a file onto
-/// itself fails without touching it.
+/// on Windows), replacing to only when overwrite is set, and flushes the
+/// copy to the medium (on Windows unless the copy is read-only). Copying a file onto itself fails without touching it.
 SysError fsCopyFile(std::u16string const& from, std::u16string const& to, bool overwrite);
 /// Makes link a new name of the existing file target.
 SysError fsCreateHardLink(std::u16string const& link, std::u16string const& target);
@@ -140,6 +152,10 @@ SysError fsSetAttributes(std::u16string const& path, bool followLinks, unsigned 
 /// POSIX without following links cannot change a link and does nothing.
 SysError fsSetPosixMode(std::u16string const& path, bool followLinks, int mode);
 
+/// Gives path to the POSIX user owner and group group (-1: leave as it is);
+/// without followLinks a link itself. Needs the privilege to (root). Windows
+/// has no such ids: an Unsupported error.
+SysError fsSetOwner(std::u16string const& path, bool followLinks, long long owner, long long group);
 /// Bytes the caller may still write on the volume holding path.
 SysError fsFreeSpace(std::u16string const& path, long long& bytes);
 /// The alignment unit of the volume holding path: the sector size on
@@ -157,6 +173,21 @@ SysError fsUserName(std::u16string& name);
 /// DACL). Another what gives an Unsupported error.
 SysError fsNativeMetaData(std::u16string const& path, bool followLinks, std::u16string const& what,
                           std::string& format, std::string& bytes);
+/// The extended attributes of path (without followLinks, of a link itself)
+/// as names and values, into out. POSIX: llistxattr/lgetxattr (ACLs are the
+/// "system.posix_acl_*" ones); a file system without them gives none.
+/// Windows: an Unsupported error.
+SysError fsGetExtendedAttributes(std::u16string const& path, bool followLinks,
+                                 std::vector<std::pair<std::u16string, std::string>>& out);
+/// Sets the extended attribute name of path to value (POSIX lsetxattr/
+/// setxattr). Windows: an Unsupported error.
+SysError fsSetExtendedAttribute(std::u16string const& path, bool followLinks, std::u16string const& name,
+                                std::string const& value);
+/// Sets the security of path from descriptor, a self-relative Windows
+/// security descriptor (what fsNativeMetaData's "security" gives): its DACL,
+/// and its owner and group where this process may set them (SetFileSecurityW).
+/// POSIX: an Unsupported error.
+SysError fsSetSecurity(std::u16string const& path, std::string const& descriptor);
 /// Whether files have named sub-streams that "path:name" opens (NTFS).
 bool fsHasSubStreams();
 

@@ -121,9 +121,11 @@ public:
   /// The context pointer given to the constructor.
   [[nodiscard]] void* getContext() const noexcept { return m_context; }
 
-protected:
-  /// Appends job to the queue and wakes the worker; returns it.
+  /// Appends job (a file system's own kind of job) to the queue and wakes
+  /// the worker; returns it. Thread-safe.
   P<IBackgroundOp> addJob(P<CJob> const& job);
+
+protected:
   /// The queue loop.
   void runImpl() override;
 

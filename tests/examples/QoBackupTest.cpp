@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "TempFolder.h"
+#include "qo/fs/CLockFile.h"
 
 #ifdef _WIN32
 #  include <windows.h>
@@ -19,6 +20,7 @@
 #  include <spawn.h>
 #  include <sys/stat.h>
 #  include <sys/wait.h>
+#  include <sys/xattr.h>
 #  include <unistd.h>
 extern char** environ;
 #endif
@@ -278,7 +280,12 @@ TEST_F(QoBackup, BacksUpATreeThenSkipsItThenSurvivesAnUnreadableFile) {
   ASSERT_GE(tree.files, 1000);
   ASSERT_GE(tree.bytes, 100LL << 20);
   ASSERT_GT(u8(source / fs::u8path(tree.longFileRelative)).size(), 260u);
-  std::vector<std::string> const args{"--log", u8(log), u8(source), u8(target)};
+  std::vector<std::string> args{"--log", u8(log), u8(source), u8(target)};
+#ifndef _WIN32
+  // Root reads whatever the permissions say; what it cannot read is the
+  // dangling link made below, followed.
+  if (geteuid() == 0) args.insert(args.begin(), "--follow-links");
+#endif
 
   ASSERT_EQ(0, run(args)) << m_output;
   Summary const first = parseSummary(m_output);
@@ -288,12 +295,12 @@ TEST_F(QoBackup, BacksUpATreeThenSkipsItThenSurvivesAnUnreadableFile) {
   expectSameTree(source, target);  // also: no temporary file is left
 
   // What a killed run leaves behind goes; nothing else changes.
-  writeFile(target / "dir1" / "sub1" / "~qo-backup-77.tmp", "partial");
+  writeFile(target / "dir1" / "sub1" / "~qo-0123456789abcdef.tmp", "partial");
   ASSERT_EQ(0, run(args)) << m_output;
   Summary second = parseSummary(m_output);
   EXPECT_EQ(0, second.copied) << m_output;
   EXPECT_EQ(tree.files, second.unchanged) << m_output;
-  EXPECT_FALSE(fs::exists(target / "dir1" / "sub1" / "~qo-backup-77.tmp"));
+  EXPECT_FALSE(fs::exists(target / "dir1" / "sub1" / "~qo-0123456789abcdef.tmp"));
 
   // One file changes (same size, later time); another changes too but
   // cannot be read (an unchanged one would not even be opened).
@@ -337,6 +344,7 @@ TEST_F(QoBackup, BacksUpATreeThenSkipsItThenSurvivesAnUnreadableFile) {
   std::string const reason = "Error opening file or stream. [IO 1 (";
 #endif
   EXPECT_NE(std::string::npos, m_output.find("error: " + unreadable + ": Cannot read the file: " + reason)) << m_output;
+  EXPECT_EQ(std::string::npos, m_output.find("_trace")) << m_output;  // the library's own notes stay inside
   EXPECT_TRUE(readAll(target / unreadable) == keptData);  // the old copy survives
   EXPECT_TRUE(readAll(target / changed) == changedData);
   expectSameTree(source, target, {unreadable});
@@ -353,19 +361,45 @@ TEST_F(QoBackup, DryRunChangesNothing) {
   fs::create_directories(source / "sub");
   writeFile(source / "a.txt", "alpha");
   writeFile(source / "sub" / "b.txt", "beta");
-  ASSERT_EQ(0, run({"--dry-run", "--log", u8(m_temp.file("log.xml")), u8(source), u8(target)})) << m_output;
-  EXPECT_NE(std::string::npos, m_output.find("Dry run: 2 files, 2 to copy, 0 unchanged, 0 failed")) << m_output;
-  EXPECT_FALSE(fs::exists(target));
+  for (bool const ownLog : {true, false}) {
+    SCOPED_TRACE(ownLog);
+    std::vector<std::string> args{"--dry-run", u8(source), u8(target)};
+    if (ownLog) args.insert(args.begin() + 1, {"--log", u8(m_temp.file("log.xml"))});
+    ASSERT_EQ(0, run(args)) << m_output;
+    EXPECT_NE(std::string::npos, m_output.find("Dry run: 2 files, 2 to copy, 0 unchanged, 0 failed")) << m_output;
+    EXPECT_EQ(std::string::npos, m_output.find("ERROR")) << m_output;
+    // Nothing but the source and the runs' outputs: no target, log or lock.
+    std::vector<std::string> names;
+    for (auto const& item : fs::directory_iterator(m_temp.file(""))) names.push_back(u8(item.path().filename()));
+    EXPECT_EQ(1 + m_runs, static_cast<int>(names.size())) << testing::PrintToString(names);
+  }
+}
+
+TEST_F(QoBackup, ASecondRunOnATargetInUseRefusesAtOnce) {
+  fs::path const source = m_temp.file("source");
+  fs::path const target = m_temp.file("target");
+  fs::create_directories(source);
+  writeFile(source / "a.txt", "alpha");
+  {
+    // What a run holds while it works: the library's lock beside the target.
+    qo::CLockFile held(m_temp.path("target.qo-backup.lock"));
+    ASSERT_EQ(2, run({u8(source), u8(target)})) << m_output;
+    EXPECT_NE(std::string::npos, m_output.find("is in use by another qo-backup run")) << m_output;
+    EXPECT_FALSE(fs::exists(target / "a.txt"));
+  }
+  ASSERT_EQ(0, run({u8(source), u8(target)})) << m_output;
+  EXPECT_EQ("alpha", readAll(target / "a.txt"));
+  EXPECT_FALSE(fs::exists(m_temp.file("target.qo-backup.lock")));  // a finished run removes it
 }
 
 TEST_F(QoBackup, BadArgumentsExitWithTwo) {
   fs::path const source = m_temp.file("source");
-  fs::create_directories(source);
+  fs::create_directories(source / "sub");
   struct Case {
     std::vector<std::string> args;
     char const* message;
   };
-  std::vector<Case> const cases{
+  std::vector<Case> cases{
       {{}, "qo-backup: expected SOURCE_FOLDER and TARGET_FOLDER"},
       {{u8(source)}, "qo-backup: expected SOURCE_FOLDER and TARGET_FOLDER"},
       {{"--bogus", u8(source), u8(m_temp.file("t"))}, "qo-backup: unknown option --bogus"},
@@ -374,7 +408,14 @@ TEST_F(QoBackup, BadArgumentsExitWithTwo) {
       {{u8(source), "--log"}, "qo-backup: --log needs a value"},
       {{u8(m_temp.file("missing")), u8(m_temp.file("t"))}, "is not a folder"},
       {{u8(source), u8(source / "inside")}, "qo-backup: the source and the target folder must not contain each other"},
+      {{u8(source / "sub"), u8(source)}, "qo-backup: the source and the target folder must not contain each other"},
   };
+#ifndef _WIN32
+  // Through a link the target is inside the source all the same.
+  fs::create_directory_symlink(source, m_temp.file("link"));
+  cases.push_back({{u8(source), u8(m_temp.file("link") / "t")},
+                   "qo-backup: the source and the target folder must not contain each other"});
+#endif
   for (Case const& c : cases) {
     SCOPED_TRACE(c.message);
     EXPECT_EQ(2, run(c.args)) << m_output;
@@ -382,9 +423,195 @@ TEST_F(QoBackup, BadArgumentsExitWithTwo) {
     EXPECT_NE(std::string::npos, m_output.find("Usage: qo-backup")) << m_output;
   }
   EXPECT_FALSE(fs::exists(m_temp.file("t")));
+  EXPECT_FALSE(fs::exists(source / "inside"));
   ASSERT_EQ(0, run({"--help"}));
   EXPECT_EQ(0u, m_output.find("Usage: qo-backup [options] SOURCE_FOLDER TARGET_FOLDER\n"));
+  ASSERT_EQ(0, run({"--version"}));
+  EXPECT_EQ("qo-backup 0.1.0\n", m_output);
 }
+
+TEST_F(QoBackup, ShowLogRefusesADeeplyNestedLog) {
+  fs::path const log = m_temp.file("deep.xml");
+  std::string text = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<log>";
+  for (int i = 0; i < 50000; ++i) text += "<a>";
+  writeFile(log, text);
+  ASSERT_EQ(1, run({"--show-log", u8(log)})) << m_output;
+  EXPECT_NE(std::string::npos, m_output.find("nested too deeply: the log is damaged")) << m_output;
+}
+
+#ifndef _WIN32
+TEST_F(QoBackup, KeepsPermissionsAndFolderTimes) {
+  fs::path const source = m_temp.file("source");
+  fs::path const target = m_temp.file("target");
+  struct Item {
+    char const* name;
+    int mode;
+  };
+  std::vector<Item> const items{{"private", 0700}, {"private/secret", 0600}, {"shared", 0644},
+                                {"tool", 0755},    {"read-only", 0444},      {"group", 0640},
+                                {"locked/file", 0644}, {"locked", 0555}};  // the folder last: it takes no files
+  fs::create_directories(source / "private");
+  fs::create_directories(source / "locked");
+  for (Item const& item : items)
+    if (std::string(item.name) != "private" && std::string(item.name) != "locked") writeFile(source / item.name, item.name);
+  auto chmodAll = [&] {
+    for (Item const& item : items) ASSERT_EQ(0, chmod((source / item.name).c_str(), static_cast<mode_t>(item.mode)));
+  };
+  chmodAll();
+  auto const folderTime = fs::last_write_time(source / "private") - std::chrono::hours(5);
+  fs::last_write_time(source / "private", folderTime);
+  auto expectSame = [&] {
+    for (Item const& item : items) {
+      SCOPED_TRACE(item.name);
+      struct stat st {};
+      ASSERT_EQ(0, stat((target / item.name).c_str(), &st));
+      EXPECT_EQ(item.mode, static_cast<int>(st.st_mode & 07777));
+    }
+    EXPECT_EQ(micros(folderTime), micros(fs::last_write_time(target / "private")));
+    expectSameTree(source, target);
+  };
+  ASSERT_EQ(0, run({u8(source), u8(target)})) << m_output;
+  expectSame();
+  // Changed files replace read-only copies too.
+  ASSERT_EQ(0, chmod((source / "locked").c_str(), 0755));
+  for (char const* name : {"read-only", "private/secret", "locked/file"}) {
+    ASSERT_EQ(0, chmod((source / name).c_str(), 0600));
+    writeFile(source / name, std::string(name) + " v2");
+  }
+  chmodAll();
+  fs::last_write_time(source / "private", folderTime);
+  ASSERT_EQ(0, run({u8(source), u8(target)})) << m_output;
+  EXPECT_NE(std::string::npos, m_output.find("3 copied")) << m_output;
+  expectSame();
+  for (fs::path const& root : {source, target}) chmod((root / "locked").c_str(), 0755);  // so that it can go
+}
+
+TEST_F(QoBackup, LinksAreCopiedAsLinks) {
+  fs::path const source = m_temp.file("source");
+  fs::path const target = m_temp.file("target");
+  fs::create_directories(source / "sub");
+  writeFile(source / "a.txt", "a");
+  writeFile(source / "sub" / "b.txt", "b");
+  struct Link {
+    char const* name;
+    char const* text;
+  };
+  std::vector<Link> const links{{"to-file", "a.txt"},
+                                {"to-folder", "sub"},
+                                {"sub/up", "../a.txt"},
+                                {"dangling", "nowhere/x"},
+                                {"absolute", "/proc/self/status"},
+                                {"odd name %41", "with space & 100%"}};
+  for (Link const& link : links) fs::create_symlink(link.text, source / link.name);
+  auto expectLinks = [&] {
+    for (Link const& link : links) {
+      SCOPED_TRACE(link.name);
+      ASSERT_TRUE(fs::is_symlink(target / link.name));
+      EXPECT_EQ(link.text, fs::read_symlink(target / link.name).string());
+    }
+  };
+  ASSERT_EQ(0, run({u8(source), u8(target)})) << m_output;
+  expectLinks();
+  EXPECT_EQ("a", readAll(target / "a.txt"));
+  ASSERT_EQ(0, run({u8(source), u8(target)})) << m_output;
+  EXPECT_NE(std::string::npos, m_output.find("0 copied, 8 unchanged")) << m_output;
+  // A link that now says something else replaces the old one.
+  fs::remove(source / "to-file");
+  fs::create_symlink("sub/b.txt", source / "to-file");
+  ASSERT_EQ(0, run({u8(source), u8(target)})) << m_output;
+  EXPECT_NE(std::string::npos, m_output.find("1 copied, 7 unchanged")) << m_output;
+  EXPECT_EQ("sub/b.txt", fs::read_symlink(target / "to-file").string());
+  EXPECT_EQ(std::distance(fs::directory_iterator(source), fs::directory_iterator()),
+            std::distance(fs::directory_iterator(target), fs::directory_iterator()));  // no temporary left
+}
+
+TEST_F(QoBackup, RootKeepsOwners) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root may give files away";
+  fs::path const source = m_temp.file("source");
+  fs::path const target = m_temp.file("target");
+  fs::create_directories(source / "folder");
+  writeFile(source / "folder" / "file", "owned");
+  struct Item {
+    char const* name;
+    uid_t owner;
+    gid_t group;
+  };
+  std::vector<Item> const items{{"folder", 1234, 5678}, {"folder/file", 4321, 8765}};
+  for (Item const& item : items) ASSERT_EQ(0, chown((source / item.name).c_str(), item.owner, item.group));
+  ASSERT_EQ(0, run({u8(source), u8(target)})) << m_output;
+  for (Item const& item : items) {
+    SCOPED_TRACE(item.name);
+    struct stat st {};
+    ASSERT_EQ(0, stat((target / item.name).c_str(), &st));
+    EXPECT_EQ(item.owner, st.st_uid);
+    EXPECT_EQ(item.group, st.st_gid);
+  }
+}
+
+TEST_F(QoBackup, KeepsExtendedAttributes) {
+  fs::path const source = m_temp.file("source");
+  fs::path const target = m_temp.file("target");
+  fs::create_directories(source / "folder");
+  writeFile(source / "folder" / "file", "tagged");
+  struct Item {
+    char const* path;
+    char const* name;
+    std::string value;
+  };
+  std::vector<Item> const items{{"folder", "user.qo.colour", "blue"},
+                                {"folder/file", "user.qo.origin", std::string("bytes\0\xFF", 7)},
+                                {"folder/file", "user.qo.empty", ""}};
+  for (Item const& item : items) {
+    if (setxattr((source / item.path).c_str(), item.name, item.value.data(), item.value.size(), 0) != 0) {
+      GTEST_SKIP() << "this file system keeps no user attributes";
+    }
+  }
+  ASSERT_EQ(0, run({u8(source), u8(target)})) << m_output;
+  for (Item const& item : items) {
+    SCOPED_TRACE(std::string(item.path) + " " + item.name);
+    std::string value(64, '\0');
+    ssize_t const got = getxattr((target / item.path).c_str(), item.name, value.data(), value.size());
+    ASSERT_GE(got, 0);
+    value.resize(static_cast<std::size_t>(got));
+    EXPECT_EQ(item.value, value);
+  }
+}
+
+TEST_F(QoBackup, NamesThatAreNotUtf8AreCopiedByteForByte) {
+  fs::path const source = m_temp.file("source");
+  fs::path const target = m_temp.file("target");
+  std::vector<std::string> const files{"caf\xE9.txt", "dossier-\xFF/inner-\xC3.bin", "dossier-\xFF/ok.txt"};
+  fs::create_directories(source / "dossier-\xFF");
+  for (std::string const& name : files) writeFile(source / name, name);
+  ASSERT_EQ(0, run({"--verbose", u8(source), u8(target)})) << m_output;
+  // Shown escaped, never as a lookalike character.
+  EXPECT_NE(std::string::npos, m_output.find("copied: caf\\xE9.txt\n")) << m_output;
+  EXPECT_NE(std::string::npos, m_output.find("copied: dossier-\\xFF/inner-\\xC3.bin\n")) << m_output;
+  for (std::string const& name : files) {
+    SCOPED_TRACE(name);
+    EXPECT_EQ(name, readAll(target / name));
+  }
+  expectSameTree(source, target);  // and nothing else, such as a wrongly named folder
+}
+
+TEST_F(QoBackup, AFileThatChangesWhileCopiedIsReportedAndNotStored) {
+  // The system reports a size of 0 for its /proc files, and reading gives
+  // more: to the program the file (a link to one, followed) changed while it
+  // was copied, every time.
+  fs::path const source = m_temp.file("source");
+  fs::path const target = m_temp.file("target");
+  fs::create_directories(source);
+  writeFile(source / "steady.txt", "steady");
+  fs::create_symlink("/proc/self/status", source / "moving.txt");
+  ASSERT_EQ(1, run({"--follow-links", u8(source), u8(target)})) << m_output;
+  EXPECT_NE(std::string::npos,
+            m_output.find("warning: moving.txt: Changed while it was copied (twice); the earlier copy is kept"))
+      << m_output;
+  EXPECT_EQ("steady", readAll(target / "steady.txt"));
+  EXPECT_FALSE(fs::exists(target / "moving.txt"));
+  EXPECT_EQ(2, std::distance(fs::directory_iterator(target), fs::directory_iterator()) + 1);  // no temporary left
+}
+#endif
 
 TEST_F(QoBackup, ShowLogFlagsAnUnfinishedSession) {
   fs::path const log = m_temp.file("log.xml");

@@ -1,5 +1,7 @@
 #include "qo/platform/File.h"
 
+#include "qo/platform/posix/NativeName.h"
+
 #include <cerrno>
 #include <climits>
 #include <new>
@@ -22,73 +24,9 @@ namespace {
 
 SysError errorOf(int code) { return SysError{static_cast<std::uint32_t>(code), sysErrorText(static_cast<std::uint32_t>(code))}; }
 
-// A path with a lone surrogate has no UTF-8 form; refusing it is better than
-// opening a file under a substituted name.
-bool toUTF8(char16_t const* text, std::size_t length, std::string& out) {
-  out.clear();
-  out.reserve(length);
-  for (std::size_t i = 0; i < length; ++i) {
-    std::uint32_t c = text[i];
-    if (c == 0) return false;  // would cut the path short
-    if (c >= 0xD800 && c <= 0xDFFF) {
-      if (c >= 0xDC00 || i + 1 >= length || text[i + 1] < 0xDC00 || text[i + 1] > 0xDFFF) return false;
-      c = 0x10000 + ((c - 0xD800) << 10) + (text[i + 1] - 0xDC00);
-      ++i;
-    }
-    if (c < 0x80) {
-      out += static_cast<char>(c);
-    } else if (c < 0x800) {
-      out += static_cast<char>(0xC0 | (c >> 6));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-      out += static_cast<char>(0xE0 | (c >> 12));
-      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-      out += static_cast<char>(0xF0 | (c >> 18));
-      out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    }
-  }
-  return true;
-}
-
-// Bytes that are not UTF-8 become U+FFFD.
-std::u16string fromUTF8(std::string const& s) {
-  static constexpr std::uint32_t kMin[4] = {0, 0x80, 0x800, 0x10000};
-  std::u16string out;
-  std::size_t i = 0;
-  while (i < s.size()) {
-    auto const b = static_cast<unsigned char>(s[i]);
-    int const extra = b < 0x80 ? 0 : (b & 0xE0) == 0xC0 ? 1 : (b & 0xF0) == 0xE0 ? 2 : (b & 0xF8) == 0xF0 ? 3 : -1;
-    std::uint32_t c = 0xFFFD;
-    std::size_t n = 1;
-    if (extra == 0) {
-      c = b;
-    } else if (extra > 0 && i + static_cast<std::size_t>(extra) < s.size()) {
-      std::uint32_t v = b & (0x3Fu >> extra);
-      bool ok = true;
-      for (int k = 1; k <= extra; ++k) {
-        auto const cb = static_cast<unsigned char>(s[i + static_cast<std::size_t>(k)]);
-        ok = ok && (cb & 0xC0) == 0x80;
-        v = (v << 6) | (cb & 0x3Fu);
-      }
-      if (ok && v >= kMin[extra] && v <= 0x10FFFF && !(v >= 0xD800 && v <= 0xDFFF)) {
-        c = v;
-        n = static_cast<std::size_t>(extra) + 1;
-      }
-    }
-    if (c >= 0x10000) {
-      out += static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10));
-      out += static_cast<char16_t>(0xDC00 + ((c - 0x10000) & 0x3FF));
-    } else {
-      out += static_cast<char16_t>(c);
-    }
-    i += n;
-  }
-  return out;
-}
+// Paths between UTF-16 and the kernel's bytes, without loss (NativeName.h).
+bool toUTF8(char16_t const* text, std::size_t length, std::string& out) { return nameToNative(text, length, out); }
+std::u16string fromUTF8(std::string const& s) { return nameFromNative(s.data(), s.size()); }
 
 SysError lockOp(FileHandle handle, short type, long long start, long long length) {
   struct flock lock = {};
@@ -125,7 +63,7 @@ SysError fileOpen(char16_t const* path, std::size_t length, FileOpenOptions cons
   }
   int fd;
   do {
-    fd = ::open(utf8.c_str(), flags, 0666);
+    fd = ::open(utf8.c_str(), flags, options.ownerOnly ? 0600 : 0666);
   } while (fd < 0 && errno == EINTR);
   if (fd < 0) return lastSysError();
   // open() happily opens a folder for reading; a file service must not.

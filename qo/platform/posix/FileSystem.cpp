@@ -1,5 +1,8 @@
 #include "qo/platform/FileSystem.h"
 
+#include "qo/platform/posix/NativeName.h"
+
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -14,6 +17,7 @@
 #include <sys/statvfs.h>
 #include <sys/sysmacros.h>
 #include <sys/types.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 namespace qo::platform {
@@ -30,60 +34,9 @@ SysError errorOf(int code) {
 
 SysError ok() { return SysError{}; }
 
-// UTF-16 to the UTF-8 the kernel takes. A lone surrogate has no UTF-8 form
-// and an embedded NUL would cut the name short: both are refused rather than
-// reaching a file under another name.
-bool toNative(std::u16string const& text, std::string& out) {
-  out.clear();
-  out.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    std::uint32_t c = text[i];
-    if (c == 0) return false;
-    if (c >= 0xD800 && c <= 0xDFFF) {
-      bool const paired = c < 0xDC00 && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF;
-      if (!paired) return false;
-      c = 0x10000 + ((c - 0xD800) << 10) + (text[++i] - 0xDC00u);
-    }
-    int const extra = c < 0x80 ? 0 : c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
-    static unsigned char const kLead[4] = {0x00, 0xC0, 0xE0, 0xF0};
-    out += static_cast<char>(kLead[extra] | (c >> (6 * extra)));
-    for (int k = extra - 1; k >= 0; --k) out += static_cast<char>(0x80 | ((c >> (6 * k)) & 0x3F));
-  }
-  return true;
-}
-
-// Names on disk are bytes. Valid UTF-8 is decoded; anything else is taken as
-// Latin-1 as a whole, the library's rule for narrow text of unknown origin.
-std::u16string fromNative(char const* bytes, std::size_t length) {
-  std::u16string out;
-  out.reserve(length);
-  std::size_t i = 0;
-  while (i < length) {
-    auto const b = static_cast<unsigned char>(bytes[i]);
-    int const extra = b < 0x80 ? 0 : (b & 0xE0) == 0xC0 ? 1 : (b & 0xF0) == 0xE0 ? 2 : (b & 0xF8) == 0xF0 ? 3 : -1;
-    if (extra < 0 || length - i <= static_cast<std::size_t>(extra)) break;
-    std::uint32_t c = extra == 0 ? b : (b & (0x3Fu >> extra));
-    bool good = true;
-    for (int k = 1; k <= extra && good; ++k) {
-      auto const cb = static_cast<unsigned char>(bytes[i + static_cast<std::size_t>(k)]);
-      good = (cb & 0xC0) == 0x80;
-      c = (c << 6) | (cb & 0x3Fu);
-    }
-    static std::uint32_t const kMin[4] = {0, 0x80, 0x800, 0x10000};
-    if (!good || c < kMin[extra] || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) break;
-    if (c >= 0x10000) {
-      out += static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10));
-      out += static_cast<char16_t>(0xDC00 + ((c - 0x10000) & 0x3FF));
-    } else {
-      out += static_cast<char16_t>(c);
-    }
-    i += static_cast<std::size_t>(extra) + 1;
-  }
-  if (i == length) return out;
-  out.clear();
-  for (std::size_t k = 0; k < length; ++k) out += static_cast<char16_t>(static_cast<unsigned char>(bytes[k]));
-  return out;
-}
+// Names between UTF-16 and the kernel's bytes, without loss (NativeName.h).
+bool toNative(std::u16string const& text, std::string& out) { return nameToNative(text.data(), text.size(), out); }
+std::u16string fromNative(char const* bytes, std::size_t length) { return nameFromNative(bytes, length); }
 
 long long micros(long long seconds, long long nanos) { return seconds * 1000000 + nanos / 1000; }
 
@@ -127,6 +80,8 @@ void fillFromStat(struct stat const& st, FsStat& out) {
   out.volumeId = static_cast<unsigned long long>(st.st_dev);
   out.fileId = static_cast<unsigned long long>(st.st_ino);
   out.linkCount = static_cast<long long>(st.st_nlink);
+  out.ownerId = static_cast<long long>(st.st_uid);
+  out.groupId = static_cast<long long>(st.st_gid);
 }
 
 // Returns an errno value (0 = success). ENOENT / ENOTDIR are left to the caller.
@@ -143,6 +98,8 @@ int statAt(int dirFd, char const* name, bool followLinks, FsStat& out) {
     out.volumeId = static_cast<unsigned long long>(makedev(sx.stx_dev_major, sx.stx_dev_minor));
     out.fileId = sx.stx_ino;
     out.linkCount = sx.stx_nlink;
+    out.ownerId = static_cast<long long>(sx.stx_uid);
+    out.groupId = static_cast<long long>(sx.stx_gid);
   } else if (errno != ENOSYS) {
     return errno;
   } else
@@ -296,6 +253,64 @@ SysError fsRename(std::u16string const& from, std::u16string const& to, bool ove
   return retrying([&] { return rename(f.c_str(), t.c_str()); });
 }
 
+// Copies length bytes at offset from in to the same offset in out.
+SysError copyRange(int in, int out, off_t offset, off_t length, std::vector<char>& buffer) {
+  while (length > 0) {
+    std::size_t const want = static_cast<std::size_t>(std::min<off_t>(length, static_cast<off_t>(buffer.size())));
+    ssize_t const got = pread(in, buffer.data(), want, offset);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return errorOf(errno);
+    if (got == 0) return ok();  // shorter than it was: the copy ends there too
+    for (ssize_t done = 0; done < got;) {
+      ssize_t const put = pwrite(out, buffer.data() + done, static_cast<std::size_t>(got - done), offset + done);
+      if (put < 0 && errno == EINTR) continue;
+      if (put < 0) return errorOf(errno);
+      done += put;
+    }
+    offset += got;
+    length -= got;
+  }
+  return ok();
+}
+
+// Copies in (of size bytes) to the empty out keeping its holes: only the
+// ranges SEEK_DATA finds are written, the rest of out stays a hole. Where
+// the file system cannot tell, everything is copied as data.
+SysError copyKeepingHoles(int in, int out, off_t size) {
+  if (lseek(in, 0, SEEK_DATA) < 0 && errno != ENXIO) {
+    if (errno != EINVAL && errno != ENOTSUP && errno != EOPNOTSUPP) return errorOf(errno);
+    if (lseek(in, 0, SEEK_SET) < 0) return errorOf(errno);
+    return copyData(in, out);
+  }
+  std::vector<char> buffer(1 << 20);
+  for (off_t position = 0; position < size;) {
+    off_t const data = lseek(in, position, SEEK_DATA);
+    if (data < 0 && errno == ENXIO) break;  // a hole up to the end
+    if (data < 0) return errorOf(errno);
+    off_t const hole = lseek(in, data, SEEK_HOLE);
+    if (hole < 0) return errorOf(errno);
+    if (SysError e = copyRange(in, out, data, hole - data, buffer)) return e;
+    position = hole;
+  }
+  return ftruncate(out, size) == 0 ? ok() : errorOf(errno);
+}
+
+SysError fsReplaceFile(std::u16string const& from, std::u16string const& to, bool overwrite) {
+  if (SysError e = fsRename(from, to, overwrite)) return e;
+  QO_FS_PATH(t, to);
+  std::size_t const slash = t.rfind('/');
+  std::string const folder = slash == std::string::npos ? std::string(".") : slash == 0 ? std::string("/") : t.substr(0, slash);
+  int fd;
+  do {
+    fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  } while (fd < 0 && errno == EINTR);
+  if (fd < 0) return errorOf(errno);
+  // Some file systems cannot flush a folder (EINVAL): the rename stands.
+  SysError e = fsync(fd) == 0 || errno == EINVAL ? ok() : errorOf(errno);
+  close(fd);
+  return e;
+}
+
 SysError fsCopyFile(std::u16string const& from, std::u16string const& to, bool overwrite) {
   QO_FS_PATH(f, from);
   QO_FS_PATH(t, to);
@@ -333,10 +348,11 @@ SysError fsCopyFile(std::u16string const& from, std::u16string const& to, bool o
     close(in);
     return e;
   }
-  SysError e = copyData(in, out);
+  SysError e = copyKeepingHoles(in, out, source.st_size);
   if (!e && fchmod(out, source.st_mode & 07777) != 0) e = errorOf(errno);
   timespec const times[2] = {source.st_atim, source.st_mtim};
   if (!e && futimens(out, times) != 0) e = errorOf(errno);
+  if (!e && fsync(out) != 0) e = errorOf(errno);
   if (close(out) != 0 && !e) e = errorOf(errno);
   close(in);
   // A half-written copy must not pass for the file.
@@ -390,6 +406,13 @@ SysError fsSetPosixMode(std::u16string const& path, bool followLinks, int mode) 
     if (S_ISLNK(st.st_mode)) return ok();
   }
   return retrying([&] { return chmod(p.c_str(), static_cast<mode_t>(mode & 07777)); });
+}
+
+SysError fsSetOwner(std::u16string const& path, bool followLinks, long long owner, long long group) {
+  QO_FS_PATH(p, path);
+  auto const uid = static_cast<uid_t>(owner < 0 ? -1 : owner);
+  auto const gid = static_cast<gid_t>(group < 0 ? -1 : group);
+  return retrying([&] { return followLinks ? chown(p.c_str(), uid, gid) : lchown(p.c_str(), uid, gid); });
 }
 
 SysError fsFreeSpace(std::u16string const& path, long long& bytes) {
@@ -478,6 +501,61 @@ SysError fsNativeMetaData(std::u16string const& path, bool followLinks, std::u16
 }
 
 bool fsHasSubStreams() { return false; }
+
+SysError fsSetSecurity(std::u16string const&, std::string const&) { return errorOf(ENOTSUP); }
+
+SysError fsGetExtendedAttributes(std::u16string const& path, bool followLinks,
+                                 std::vector<std::pair<std::u16string, std::string>>& out) {
+  out.clear();
+  QO_FS_PATH(p, path);
+  // Sizes are asked first; an attribute that grows meanwhile is asked again.
+  std::string names;
+  for (;;) {
+    ssize_t const size = followLinks ? listxattr(p.c_str(), nullptr, 0) : llistxattr(p.c_str(), nullptr, 0);
+    if (size < 0 && (errno == ENOTSUP || errno == EOPNOTSUPP)) return ok();
+    if (size < 0) return errorOf(errno);
+    names.resize(static_cast<std::size_t>(size));
+    ssize_t const got = followLinks ? listxattr(p.c_str(), names.data(), names.size())
+                                    : llistxattr(p.c_str(), names.data(), names.size());
+    if (got >= 0) {
+      names.resize(static_cast<std::size_t>(got));
+      break;
+    }
+    if (errno != ERANGE) return errorOf(errno);
+  }
+  for (std::size_t at = 0; at < names.size();) {
+    std::string const name(names.c_str() + at);
+    at += name.size() + 1;
+    std::string value;
+    for (;;) {
+      ssize_t const size =
+          followLinks ? getxattr(p.c_str(), name.c_str(), nullptr, 0) : lgetxattr(p.c_str(), name.c_str(), nullptr, 0);
+      if (size < 0 && errno == ENODATA) break;  // gone meanwhile
+      if (size < 0) return errorOf(errno);
+      value.resize(static_cast<std::size_t>(size));
+      ssize_t const got = followLinks ? getxattr(p.c_str(), name.c_str(), value.data(), value.size())
+                                      : lgetxattr(p.c_str(), name.c_str(), value.data(), value.size());
+      if (got >= 0) {
+        value.resize(static_cast<std::size_t>(got));
+        out.emplace_back(fromNative(name.data(), name.size()), value);
+        break;
+      }
+      if (errno == ENODATA) break;
+      if (errno != ERANGE) return errorOf(errno);
+    }
+  }
+  return ok();
+}
+
+SysError fsSetExtendedAttribute(std::u16string const& path, bool followLinks, std::u16string const& name,
+                                std::string const& value) {
+  QO_FS_PATH(p, path);
+  QO_FS_PATH(n, name);
+  return retrying([&] {
+    return followLinks ? setxattr(p.c_str(), n.c_str(), value.data(), value.size(), 0)
+                       : lsetxattr(p.c_str(), n.c_str(), value.data(), value.size(), 0);
+  });
+}
 
 SysError fsFolderOpen(std::u16string const& path, FsFolder*& folder) {
   folder = nullptr;

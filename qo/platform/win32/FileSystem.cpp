@@ -376,6 +376,14 @@ SysError fsRename(std::u16string const& from, std::u16string const& to, bool ove
   return errorOf(code);
 }
 
+SysError fsReplaceFile(std::u16string const& from, std::u16string const& to, bool overwrite) {
+  QO_FS_PATH(f, from);
+  QO_FS_PATH(t, to);
+  DWORD const flags = MOVEFILE_WRITE_THROUGH | (overwrite ? MOVEFILE_REPLACE_EXISTING : 0);
+  if (MoveFileExW(f.c_str(), t.c_str(), flags)) return ok();
+  return errorOf(GetLastError());
+}
+
 SysError fsCopyFile(std::u16string const& from, std::u16string const& to, bool overwrite) {
   QO_FS_PATH(f, from);
   QO_FS_PATH(t, to);
@@ -384,8 +392,16 @@ SysError fsCopyFile(std::u16string const& from, std::u16string const& to, bool o
     return errorOf(attributes == INVALID_FILE_ATTRIBUTES ? GetLastError() : ERROR_DIRECTORY);
   }
   if (overwrite && sameFile(f, t)) return errorOf(ERROR_INVALID_PARAMETER);
-  if (CopyFileW(f.c_str(), t.c_str(), overwrite ? FALSE : TRUE)) return ok();
-  return errorOf(GetLastError());
+  if (!CopyFileW(f.c_str(), t.c_str(), overwrite ? FALSE : TRUE)) return errorOf(GetLastError());
+  // The copy to the medium; a read-only copy cannot be opened to flush it
+  // and stays as the system's cache has it.
+  HANDLE const copy = CreateFileW(t.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                  nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (copy != INVALID_HANDLE_VALUE) {
+    FlushFileBuffers(copy);
+    CloseHandle(copy);
+  }
+  return ok();
 }
 
 SysError fsCreateHardLink(std::u16string const& link, std::u16string const& target) {
@@ -483,6 +499,8 @@ SysError fsSetPosixMode(std::u16string const& path, bool followLinks, int mode) 
   return changeAttributes(p, followLinks, FILE_ATTRIBUTE_READONLY, (mode & 0200) ? 0 : FILE_ATTRIBUTE_READONLY);
 }
 
+SysError fsSetOwner(std::u16string const&, bool, long long, long long) { return errorOf(ERROR_NOT_SUPPORTED); }
+
 SysError fsFreeSpace(std::u16string const& path, long long& bytes) {
   bytes = -1;
   QO_FS_PATH(p, path);
@@ -562,6 +580,29 @@ SysError fsNativeMetaData(std::u16string const& path, bool followLinks, std::u16
 }
 
 bool fsHasSubStreams() { return true; }
+
+SysError fsSetSecurity(std::u16string const& path, std::string const& descriptor) {
+  QO_FS_PATH(p, path);
+  std::string copy = descriptor;  // the call takes a writable pointer
+  PSECURITY_DESCRIPTOR const sd = copy.empty() ? nullptr : &copy[0];
+  if (!sd || !IsValidSecurityDescriptor(sd)) return errorOf(ERROR_INVALID_SECURITY_DESCR);
+  SECURITY_INFORMATION const all = OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
+  if (SetFileSecurityW(p.c_str(), all, sd)) return ok();
+  // Giving a file to another owner needs a privilege; the DACL alone does not.
+  DWORD const code = GetLastError();
+  if (code != ERROR_INVALID_OWNER && code != ERROR_ACCESS_DENIED && code != ERROR_PRIVILEGE_NOT_HELD) return errorOf(code);
+  if (SetFileSecurityW(p.c_str(), DACL_SECURITY_INFORMATION, sd)) return ok();
+  return errorOf(GetLastError());
+}
+
+SysError fsGetExtendedAttributes(std::u16string const&, bool, std::vector<std::pair<std::u16string, std::string>>& out) {
+  out.clear();
+  return errorOf(ERROR_NOT_SUPPORTED);
+}
+
+SysError fsSetExtendedAttribute(std::u16string const&, bool, std::u16string const&, std::string const&) {
+  return errorOf(ERROR_NOT_SUPPORTED);
+}
 
 SysError fsFolderOpen(std::u16string const& path, FsFolder*& folder) {
   folder = nullptr;
