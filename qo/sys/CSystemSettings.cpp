@@ -16,6 +16,7 @@
 #include "qo/platform/Registry.h"
 #include "qo/thread/CMutexLock.h"
 #include "qo/thread/threadYield.h"
+#include "qo/util/CCachedEnvVars.h"
 
 #include <cerrno>
 #include <cstdint>
@@ -254,14 +255,13 @@ String CSystemSettings::getFilePath(Scope scope) const {
   } else if (scope == Machine) {
     folder = u"/etc";
   } else {
-    char const* config = std::getenv("XDG_CONFIG_HOME");
-    if (config && config[0] == '/') {
-      folder = String::fromUTF8(config);
+    String config;
+    if (CCachedEnvVars::get()->lookup(u"XDG_CONFIG_HOME", config) && config.StartsWith(u"/")) {
+      folder = config;
     } else {
       std::u16string home;
       if (platform::SysError e = platform::knownPath(platform::KnownFolder::Home, home))
-        throw CSystemError(u"Error finding the home folder.", u"CSystemSettings::getFilePath", u"getpwuid_r", e.code,
-                           String::fromUTF8(e.text));
+        throw CSystemError(u"Error finding the home folder.", u"CSystemSettings::getFilePath", u"getpwuid_r", e);
       folder = String(home) + u"/.config";
     }
   }

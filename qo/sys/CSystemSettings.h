@@ -14,6 +14,8 @@
 //   one text file: "$XDG_CONFIG_HOME/qo-settings.conf" (else
 //   "~/.config/qo-settings.conf") and "/etc/qo-settings.conf"; with a root
 //   folder R, "R/user/qo-settings.conf" and "R/machine/qo-settings.conf".
+//   $XDG_CONFIG_HOME is read through CCachedEnvVars (refresh() it after
+//   changing the environment).
 //   A change rereads the file under the lock file "<file>.lock" (so two
 //   processes never lose each other's changes), writes the new content to
 //   "<file>.tmp", flushes it and renames it over the file: a reader sees the

@@ -22,6 +22,7 @@
 #include "qo/fs/CLockFile.h"
 #include "qo/fs/LocalFile.h"
 #include "qo/sys/CSystemSettings.h"
+#include "qo/util/CCachedEnvVars.h"
 
 #ifdef _WIN32
 #include <windows.h>
@@ -210,6 +211,7 @@ TEST(CSystemSettings, LinuxFilesFollowTheXdgConfigRule) {
       setenv("XDG_CONFIG_HOME", c.config, 1);
     else
       unsetenv("XDG_CONFIG_HOME");
+    CCachedEnvVars::get()->refresh();  // the settings read the environment through the snapshot
     S s;
     EXPECT_EQ(s.getFilePath(S::User).toUTF8(), c.user);
     EXPECT_EQ(s.getFilePath(S::Machine), u"/etc/qo-settings.conf");
@@ -219,6 +221,7 @@ TEST(CSystemSettings, LinuxFilesFollowTheXdgConfigRule) {
     setenv("XDG_CONFIG_HOME", oldConfig.c_str(), 1);
   else
     unsetenv("XDG_CONFIG_HOME");
+  CCachedEnvVars::get()->refresh();
 }
 #endif
 
