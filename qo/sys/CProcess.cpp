@@ -166,7 +166,10 @@ CProcess::~CProcess() {
       if (pump(thread)->waitDone(0)) {
         thread->join(false);
       } else {
-        thread->detach(false);
+        // Still feeding (blocked in the caller's stream): it ends on its
+        // own, and the library's shutdown waits for it like for every
+        // library thread.
+        thread->detach(true);
       }
     } catch (...) {
       // A destructor never throws; the thread object cleans up after itself.

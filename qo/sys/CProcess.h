@@ -28,7 +28,8 @@
 //   the OS's code, property "program"), not with a
 //   child that exits with an error code.
 // - Destroying the object neither waits for nor ends a running child; the
-//   pumps then run on by themselves until the child closes its pipes.
+//   pumps then run on by themselves until the child closes its pipes, and
+//   the library's shutdown (~CQoInit) waits for them.
 //
 //   P<CProcess> p = newP<CProcess>(u"/usr/bin/sort", std::vector<String>{u"-r"});
 //   P<CBufferStream> out = newP<CBufferStream>();
