@@ -16,6 +16,7 @@
 
 #include "BenchMain.h"
 #include "qo/log/CXMLLog.h"
+#include "qo/sys/CProcess.h"
 
 namespace {
 
@@ -29,7 +30,7 @@ std::mutex g_fileMutex;
 char16_t const kText[] = u"copied C:\\Users\\someone\\Documents\\report-2026.docx (48213 bytes)";
 
 void setUp() {
-  g_folder = fs::temp_directory_path() / ("qo-bench-log-" + std::to_string(std::rand()));
+  g_folder = fs::temp_directory_path() / ("qo-bench-log-" + std::to_string(qo::CProcess::getCurrentID()));
   fs::create_directories(g_folder);
   g_log = qo::newP<qo::CXMLLog>(qo::String::fromUTF8((g_folder / "log.xml").u8string()), nullptr, false, -1LL);
   g_file = std::fopen((g_folder / "plain.log").string().c_str(), "ab");
