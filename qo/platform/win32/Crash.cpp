@@ -1,4 +1,5 @@
 #include "qo/platform/Crash.h"
+#include "qo/platform/UnexpectedHandler.h"
 
 #include <atomic>
 #include <cstdint>
@@ -26,40 +27,6 @@ namespace qo::platform {
 using namespace win32crash;
 
 namespace {
-
-// std::set_unexpected exists only where the standard library still declares
-// it (removed in C++17; libstdc++ keeps it deprecated up to C++17, libc++
-// and MSVC's library only on request).
-#if defined(_LIBCPP_VERSION)
-#  if _LIBCPP_STD_VER <= 14 || defined(_LIBCPP_ENABLE_CXX17_REMOVED_UNEXPECTED_FUNCTIONS)
-#    define QO_HAVE_SET_UNEXPECTED 1
-#  endif
-#elif defined(__GLIBCXX__)
-#  if __cplusplus < 201703L || (__cplusplus <= 201703L && _GLIBCXX_USE_DEPRECATED)
-#    define QO_HAVE_SET_UNEXPECTED 1
-#  endif
-#elif defined(_HAS_UNEXPECTED)
-#  if _HAS_UNEXPECTED
-#    define QO_HAVE_SET_UNEXPECTED 1
-#  endif
-#endif
-
-// Swaps the C++ runtime's unexpected handler; null where there is none.
-void* swapUnexpectedHandler(void (*handler)()) {
-#if defined(QO_HAVE_SET_UNEXPECTED)
-#  if defined(__GNUC__)
-#    pragma GCC diagnostic push
-#    pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-#  endif
-  return reinterpret_cast<void*>(std::set_unexpected(handler));
-#  if defined(__GNUC__)
-#    pragma GCC diagnostic pop
-#  endif
-#else
-  (void)handler;
-  return nullptr;
-#endif
-}
 
 // --- process-wide hook state ---------------------------------------------------
 
