@@ -50,7 +50,7 @@ class QO_API CVolumeStream : public CBase, public IAlignedInStream {
 public:
   /// The transfer size the stream recommends (1 MiB): large enough that a
   /// sequential read runs at the device's speed.
-  static constexpr int kBestTransferSize = 1 << 20;
+  enum : int { kBestTransferSize = 1 << 20 };
 
   /// Opens path (a device path or an image file) as described at the top.
   /// Throws CIOError kind 1 with "uri", "path" and the system error as
