@@ -315,6 +315,9 @@ P<CShellLink> CShellLink::parse(void const* data, std::size_t size, unsigned cod
       out = decodeAnsi(std::string(reinterpret_cast<char const*>(r.at(pos)), count), codePage);
     }
     pos += bytes;
+    // The texts carry no terminator; some writers (Wine's shell) count one
+    // all the same.
+    while (!out.isEmpty() && out.str().back() == u'\0') out.str().pop_back();
   };
   if (flags & kHasName) readString(link->m_name);
   if (flags & kHasRelativePath) readString(link->m_relativePath);

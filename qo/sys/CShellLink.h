@@ -16,6 +16,8 @@
 //   Item-ID lists and extra data blocks other than the environment-variable
 //   target are kept as raw bytes and written back unchanged. The content
 //   flags are derived from what is set; the other flag bits are kept.
+// - String data is counted, not terminated; a terminating NUL that some
+//   writers count is dropped when reading.
 // - Malformed data throws CParseError with the "offset" where it went wrong.
 // - createWithShell/getPathWithShell use the shell itself (IShellLinkW and
 //   IPersistFile); they exist on Windows only and throw
