@@ -69,9 +69,13 @@ int main() {
     }
   });
   section("Volumes", [] {
+    int hidden = 0;
     for (qo::CDeviceManager::CVolumeInfo const& v : qo::CDeviceManager::get()->getVolumes()) {
-      // Memory and kernel file systems without size are noise here.
-      if (!v.hasDevice() && !v.network && (!v.sizeKnown || v.totalBytes == 0)) continue;
+      // Memory and kernel file systems are noise here.
+      if (!v.hasDevice() && !v.network) {
+        ++hidden;
+        continue;
+      }
       std::string flags;
       if (v.removable) flags += " removable";
       if (v.network) flags += " network";
@@ -82,6 +86,7 @@ int main() {
         line("", "label '" + v.label.toUTF8() + "', serial " + v.serial.toUTF8());
       for (std::size_t i = 1; i < v.mountPoints.size(); ++i) line("", "also at " + v.mountPoints[i].toUTF8());
     }
+    if (hidden > 0) std::printf("  (%d memory and kernel file systems not shown)\n", hidden);
   });
   section("Disks", [] {
     for (qo::CDeviceManager::CDiskInfo const& d : qo::CDeviceManager::get()->getDisks()) {
