@@ -2,6 +2,7 @@
 // Linux, and against what the volume calls answer under Windows (or Wine).
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <map>
 #include <set>
@@ -9,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "qo/core/CFileSystemError.h"
+#include "qo/core/CIOError.h"
 #include "qo/core/CInvalidArgError.h"
 #include "qo/sys/CDeviceManager.h"
 #include "../TempFolder.h"
@@ -196,6 +199,36 @@ TEST(CDeviceManager, VolumeOfAPathIsTheDeepestMountPoint) {
   } catch (CInvalidArgError const& e) {
     EXPECT_EQ(e.getParams().lookup(u"path"), u"relative/path");
   }
+}
+
+TEST(CDeviceManager, OpensARawVolumeOrSaysWhyNot) {
+  test::TempFolder temp;
+  Volume const v = CDeviceManager::get()->getVolumeOf(temp.path());
+  if (!v.hasDevice()) GTEST_SKIP() << "the temporary folder lies on a volume without a device";
+  P<IAlignedInStream> in;
+  try {
+    in = CDeviceManager::get()->openVolume(v);
+  } catch (CIOError const& e) {
+    EXPECT_EQ(e.getErrorCode(), CIOError::kOpenFailed);
+    if (e.getParams().lookupLong(CFileSystemError::paramFileSysProblem(), 0) == CFileSystemError::kAccessDenied)
+      GTEST_SKIP() << "reading " << v.devicePath.toUTF8() << " raw is not allowed here";
+    throw;
+  }
+  int const sector = in->getPositionAlign();
+  EXPECT_GE(sector, 512);
+  EXPECT_GT(in->getLength(), 0);
+  EXPECT_EQ(in->getLength() % sector, 0);
+  std::vector<unsigned char> raw(static_cast<std::size_t>(sector) * 2);
+  unsigned char* block = raw.data() + (sector - reinterpret_cast<std::uintptr_t>(raw.data()) % sector) % sector;
+  try {
+    in->read(block, sector);
+  } catch (CIOError const& e) {
+    // Wine opens volumes but has no raw reads for them.
+    if (e.getCause() != nil && e.getCause()->isError(u"WIN32", 1))
+      GTEST_SKIP() << "the system answers raw volume reads with ERROR_INVALID_FUNCTION (Wine)";
+    throw;
+  }
+  EXPECT_EQ(in->getPosition(), sector);
 }
 
 }  // namespace
