@@ -230,6 +230,13 @@ TEST(CVolumeStream, FileSystemsWithoutUnbufferedReadsNeedAllowBuffered) {
   fs::path const shm = fs::path("/dev/shm") / ("qo-volume-test-" + std::to_string(getpid()) + ".img");
   auto const bytes = pattern(3 * 4096, 5);
   if (fs::is_directory(shm.parent_path(), error)) writeFile(shm, bytes);
+  struct Remove {
+    fs::path path;
+    ~Remove() {
+      std::error_code ignored;
+      fs::remove(path, ignored);
+    }
+  } remove{shm};
   struct Case {
     fs::path path;
     std::vector<unsigned char> content;
@@ -258,7 +265,6 @@ TEST(CVolumeStream, FileSystemsWithoutUnbufferedReadsNeedAllowBuffered) {
     P<IAlignedInStream> in = CVolumeStream::open(path, true);
     EXPECT_THROW(in->seek(1), CIOError);  // the alignment holds all the same
   }
-  fs::remove(shm, error);
   if (refused == 0) GTEST_SKIP() << "every file system here reads unbuffered";
 }
 
