@@ -1,5 +1,6 @@
 // qo-sysinfo: what the library's system services see on this machine: the
-// operating system, the hardware, the current user and the known folders.
+// operating system, the hardware, the current user, the known folders, the
+// volumes and the disks.
 //
 //   qo-sysinfo
 #include <cstdio>
@@ -7,6 +8,7 @@
 #include <string>
 
 #include "qo/core/CQoInit.h"
+#include "qo/sys/CDeviceManager.h"
 #include "qo/sys/CKnownPaths.h"
 #include "qo/sys/CSystemAccountManager.h"
 #include "qo/sys/CSystemManager.h"
@@ -64,6 +66,35 @@ int main() {
       } catch (std::exception const& e) {
         line(name.c_str(), std::string("(failed: ") + e.what() + ")");
       }
+    }
+  });
+  section("Volumes", [] {
+    int hidden = 0;
+    for (qo::CDeviceManager::CVolumeInfo const& v : qo::CDeviceManager::get()->getVolumes()) {
+      // Memory and kernel file systems are noise here.
+      if (!v.hasDevice() && !v.network) {
+        ++hidden;
+        continue;
+      }
+      std::string flags;
+      if (v.removable) flags += " removable";
+      if (v.network) flags += " network";
+      if (v.readOnly) flags += " read-only";
+      std::string size = v.sizeKnown ? megabytes(v.freeBytes) + " free of " + megabytes(v.totalBytes) : "size unknown";
+      line(v.mountPoints.front().toUTF8().c_str(), (v.fileSystem + u" " + v.devicePath).toUTF8() + ", " + size + flags);
+      if (!v.label.isEmpty() || !v.serial.isEmpty())
+        line("", "label '" + v.label.toUTF8() + "', serial " + v.serial.toUTF8());
+      for (std::size_t i = 1; i < v.mountPoints.size(); ++i) line("", "also at " + v.mountPoints[i].toUTF8());
+    }
+    if (hidden > 0) std::printf("  (%d memory and kernel file systems not shown)\n", hidden);
+  });
+  section("Disks", [] {
+    for (qo::CDeviceManager::CDiskInfo const& d : qo::CDeviceManager::get()->getDisks()) {
+      line(d.devicePath.toUTF8().c_str(), megabytes(static_cast<unsigned long long>(d.size)) + ", sectors " +
+                                              std::to_string(d.logicalSectorSize) + "/" +
+                                              std::to_string(d.physicalSectorSize) +
+                                              (d.model.isEmpty() ? "" : ", " + d.model.toUTF8()) +
+                                              (d.removable ? ", removable" : ""));
     }
   });
   return 0;

@@ -166,14 +166,17 @@
 
 // System services (qo/sys)
 #include "qo/sys/CCommandLine.h"
+#include "qo/sys/CDeviceManager.h"
 #include "qo/sys/CEventLog.h"
 #include "qo/sys/CKnownPaths.h"
 #include "qo/sys/CProcess.h"
 #include "qo/sys/CSettingsFile.h"
+#include "qo/sys/CShellLink.h"
 #include "qo/sys/CSystemAccountManager.h"
 #include "qo/sys/CSystemManager.h"
 #include "qo/sys/CSystemSettings.h"
 #include "qo/sys/CVistaFeatures.h"
+#include "qo/sys/CVolumeStream.h"
 
 // Codecs and utilities (qo/util)
 #include "qo/util/CBase64.h"

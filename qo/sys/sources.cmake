@@ -17,3 +17,8 @@ list(APPEND QO_PLATFORM_SERVICES Process Accounts EventLog KnownPaths Registry)
 # advapi32: tokens, account names, the registry and the event log;
 # shell32: CommandLineToArgvW and known folders; netapi32: NetUserEnum.
 list(APPEND QO_WIN32_LIBS advapi32 shell32 netapi32 userenv ole32)
+# Volumes, disks, raw device streams and shell links.
+list(APPEND QO_SYS_CLASSES CDeviceManager CVolumeStream CShellLink)
+list(APPEND QO_PLATFORM_SERVICES Device ShellLink)
+# ole32 and uuid: the shell's link objects (IShellLinkW).
+list(APPEND QO_WIN32_LIBS ole32 uuid)
