@@ -17,3 +17,16 @@ list(APPEND QO_PLATFORM_SERVICES Process Accounts EventLog KnownPaths Registry)
 # advapi32: tokens, account names, the registry and the event log;
 # shell32: CommandLineToArgvW and known folders; netapi32: NetUserEnum.
 list(APPEND QO_WIN32_LIBS advapi32 shell32 netapi32 userenv ole32)
+# usage and desktop state: WMI, notification state, the usage monitor, the
+# stealth-operation controller, the visible-process monitor
+list(APPEND QO_SYS_CLASSES
+  CNotificationSettings
+  CStealthController
+  CUsageMonitor
+  CVisibleProcessMonitor
+  CWmiQuery
+  IUsageSampler
+)
+list(APPEND QO_PLATFORM_SERVICES Desktop Usage Wmi)
+# user32: windows and last input; ole32/oleaut32/wbemuuid: WMI over COM
+list(APPEND QO_WIN32_LIBS user32 oleaut32 wbemuuid)
