@@ -56,18 +56,22 @@ IUsageSampler::CSample CUsageMonitor::sample() {
     m_haveDisk = false;
   } else {
     bool const sameDisks = m_haveDisk && disk.busyMillis.size() == m_diskBusy.size();
-    if (sameDisks && now > m_diskAt) {
-      std::uint64_t busiest = 0;
-      for (std::size_t i = 0; i < disk.busyMillis.size(); ++i) {
-        if (disk.busyMillis[i] >= m_diskBusy[i]) busiest = std::max(busiest, disk.busyMillis[i] - m_diskBusy[i]);
-      }
-      s.diskBusy = std::min(1.0, double(busiest) / double(now - m_diskAt));
+    if (sameDisks) {
       s.diskOperations =
           disk.operations >= m_diskOperations ? static_cast<long long>(disk.operations - m_diskOperations) : 0;
+      if (now > m_diskAt) {
+        std::uint64_t busiest = 0;
+        for (std::size_t i = 0; i < disk.busyMillis.size(); ++i) {
+          if (disk.busyMillis[i] >= m_diskBusy[i]) busiest = std::max(busiest, disk.busyMillis[i] - m_diskBusy[i]);
+        }
+        s.diskBusy = std::min(1.0, double(busiest) / double(now - m_diskAt));
+      }
     }
+    m_diskOperations = disk.operations;
+    // Busy time needs time between readings; within one millisecond the
+    // earlier reading stays the base.
     if (!sameDisks || now > m_diskAt) {
       m_diskBusy = disk.busyMillis;
-      m_diskOperations = disk.operations;
       m_diskAt = now;
     }
     m_haveDisk = true;

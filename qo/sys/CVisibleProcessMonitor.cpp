@@ -67,8 +67,9 @@ bool CVisibleProcessMonitor::CEntry::operator==(CEntry const& other) const {
 CVisibleProcessMonitor::IListener::~IListener() = default;
 
 CVisibleProcessMonitor::CVisibleProcessMonitor(IListener* listener, int intervalMs)
-    : m_listener(listener), m_intervalMs(std::max(1, intervalMs)) {
+    : m_intervalMs(std::max(1, intervalMs)) {
   if (!listener) throw CInvalidArgError(u"CVisibleProcessMonitor constructor", u"the listener is null");
+  m_listener = listener;  // shares the caller's object
 }
 
 CVisibleProcessMonitor::~CVisibleProcessMonitor() {

@@ -112,7 +112,7 @@ private:
   friend class CPoller;
   void poll();
 
-  P<IListener> const m_listener;
+  P<IListener> m_listener;
   int const m_intervalMs;
   mutable CMutex m_mutex;  // m_current, m_poller
   std::vector<CEntry> m_current;
