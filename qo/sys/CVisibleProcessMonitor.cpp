@@ -14,6 +14,7 @@
 #include "qo/thread/CThread.h"
 
 #include <algorithm>
+#include <string>
 
 namespace qo {
 
@@ -24,6 +25,18 @@ namespace {
   String const uri = in.getURI().toString(true);
   if (!uri.isEmpty()) props.add(CIOError::paramURI(), uri);
   throw CIOError(code, String(), props);
+}
+
+// A name as the record format's String, refusing a count beyond any real
+// name before allocating for it.
+String readName(CDataInStream& in) {
+  std::int32_t const count = in.readInt32();
+  if (count < 0 || count > CVisibleProcessMonitor::kMaxNameBytes) throwReadError(in, CIOError::kCorruptData);
+  std::string bytes(static_cast<std::size_t>(count), '\0');
+  if (count > 0) in.read(&bytes[0], count);
+  std::size_t const nul = bytes.find('\0');
+  if (nul != std::string::npos) bytes.resize(nul);
+  return String::fromUTF8(bytes);
 }
 
 bool ordered(std::vector<CVisibleProcessMonitor::CEntry> const& entries) {
@@ -152,6 +165,10 @@ bool CVisibleProcessMonitor::anyFullScreen(std::vector<CEntry> const& entries) {
 void CVisibleProcessMonitor::write(CDataOutStream& out, std::vector<CEntry> const& entries) {
   if (!ordered(entries))
     throw CInvalidArgError(u"CVisibleProcessMonitor::write", u"the entries are not ordered by id without repeats");
+  for (CEntry const& e : entries) {
+    if (e.name.toUTF8().size() > static_cast<std::size_t>(kMaxNameBytes))
+      throw CInvalidArgError(u"CVisibleProcessMonitor::write", u"a name is longer than kMaxNameBytes");
+  }
   out.writeUInt8(kFormatVersion);
   out.writeInt32(static_cast<std::int32_t>(entries.size()));
   for (CEntry const& e : entries) {
@@ -171,7 +188,7 @@ std::vector<CVisibleProcessMonitor::CEntry> CVisibleProcessMonitor::read(CDataIn
     CEntry e;
     e.id = in.readUInt64();
     e.fullScreen = in.readBool();
-    e.name = in.readString();
+    e.name = readName(in);
     if (!out.empty() && out.back().id >= e.id) throwReadError(in, CIOError::kCorruptData);
     out.push_back(std::move(e));
   }

@@ -12,7 +12,8 @@
 // tells its listener the first list and then every change. The list
 // travels between processes (over IPC) in the library's record format:
 //   uint8 version (1), int32 count, then per entry, ordered by id without
-//   repeats: uint64 id, bool fullScreen, String name.
+//   repeats: uint64 id, bool fullScreen, String name (at most
+//   kMaxNameBytes bytes of UTF-8).
 //
 //   class CListener : public CBase, public CVisibleProcessMonitor::IListener {
 //     void onVisibleProcessesChanged(std::vector<CVisibleProcessMonitor::CEntry> const& now) override;
@@ -66,6 +67,8 @@ public:
 
   /// The format version that write() writes and read() accepts.
   enum : unsigned char { kFormatVersion = 1 };
+  /// The longest name in the record format, in UTF-8 bytes.
+  enum : int { kMaxNameBytes = 32768 };
 
   /// A monitor that will poll every intervalMs (at least 1) and tell
   /// listener (kept while the monitor lives). Does not start polling.
@@ -98,13 +101,15 @@ public:
 
   /// Writes entries in the record format. Throws CInvalidArgError
   /// (function "CVisibleProcessMonitor::write") when they are not ordered
-  /// by id without repeats, and what the stream throws. Not thread-safe
+  /// by id without repeats or a name is longer than kMaxNameBytes, and what
+  /// the stream throws. Not thread-safe
   /// (the stream).
   static void write(CDataOutStream& out, std::vector<CEntry> const& entries);
   /// Reads a list written by write(). Throws CIOError kind kBadVersion for
-  /// another version, kCorruptData for a negative count or entries out of
-  /// order (property "uri" when the stream has one), and the stream's
-  /// errors (kUnexpectedEOF for a short list). Not thread-safe (the stream).
+  /// another version, kCorruptData for a negative count, a name count
+  /// beyond kMaxNameBytes or entries out of order (property "uri" when the
+  /// stream has one), CParseError for a name that is not UTF-8, and the
+  /// stream's errors (kUnexpectedEOF for a short list). Not thread-safe (the stream).
   static std::vector<CEntry> read(CDataInStream& in);
 
 private:

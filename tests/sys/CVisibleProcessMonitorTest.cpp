@@ -76,6 +76,8 @@ TEST(CVisibleProcessMonitor, RefusesBadData) {
       {"01 02000000 0200000000000000 00 00000000 0200000000000000 00 00000000", CIOError::kCorruptData},
       {"01 01000000 02000000000000", CIOError::kUnexpectedEOF},
       {"01 01000000 0200000000000000 00 05000000 6162", CIOError::kUnexpectedEOF},
+      {"01 01000000 0200000000000000 00 01800000", CIOError::kCorruptData},  // name of 32769 bytes
+      {"01 01000000 0200000000000000 00 FFFFFF7F", CIOError::kCorruptData},
       {"", CIOError::kUnexpectedEOF},
   };
   for (Case const& c : cases) {
@@ -91,6 +93,9 @@ TEST(CVisibleProcessMonitor, RefusesBadData) {
   }
   EXPECT_THROW(written({entry(2, false, u""), entry(2, false, u"")}), CInvalidArgError);
   EXPECT_THROW(written({entry(3, false, u""), entry(2, false, u"")}), CInvalidArgError);
+  EXPECT_THROW(written({entry(1, false, String(CVisibleProcessMonitor::kMaxNameBytes + 1, u'x'))}), CInvalidArgError);
+  std::vector<Entry> const longest{entry(1, false, String(CVisibleProcessMonitor::kMaxNameBytes, u'x'))};
+  EXPECT_EQ(longest, readBack(written(longest)));
 }
 
 TEST(CVisibleProcessMonitor, SnapshotIsOrderedWithoutRepeats) {
