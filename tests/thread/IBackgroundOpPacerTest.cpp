@@ -18,7 +18,8 @@ constexpr int kLongWait = 20000;
 // Answers the scripted delays in turn (then 0), recording what it was told.
 class CScriptedPacer : public CBase, public IBackgroundOpPacer {
 public:
-  explicit CScriptedPacer(std::vector<int> delays, bool throws = false) : m_delays(std::move(delays)), m_throws(throws) {}
+  explicit CScriptedPacer(std::vector<int> delays, bool throws = false)
+      : m_delays(std::move(delays)), m_throws(throws) {}
   int getDelayBeforeNextJob(long long lastJobMicros) override {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_told.push_back(lastJobMicros);
