@@ -289,6 +289,7 @@ void CBackgroundOpThread::runImpl() {
     }
     if (!job) {
       (void)m_workSignal.wait(-1);
+      lastJobMicros = 0;  // the time idle was rest enough
       continue;
     }
     // Measures the job for the pacer, also when it throws.

@@ -32,7 +32,8 @@ public:
 
   /// Milliseconds to wait before asking again (0 or less: run the next job
   /// now). lastJobMicros is the duration of the previous job on this
-  /// worker; 0 before the first and once a delay has been waited. An exception counts as 0 and is ignored.
+  /// worker; 0 before the first, once a delay has been waited and after
+  /// the worker was idle. An exception counts as 0 and is ignored.
   virtual int getDelayBeforeNextJob(long long lastJobMicros) = 0;
 };
 
