@@ -2,7 +2,7 @@
 // quiet, and which processes show windows (internal, OS-free).
 //
 // Windows: SHQueryUserNotificationState; EnumWindows with IsWindowVisible,
-// GetWindowThreadProcessId, GetWindowTextW, and a window covering its whole
+// GetWindowThreadProcessId, InternalGetWindowText, and a window covering its whole
 // monitor (MonitorFromWindow, GetMonitorInfoW) as full screen. POSIX: no
 // notification state; the processes with a controlling terminal (field 7
 // of /proc/<pid>/stat), none of them full screen.

@@ -1,6 +1,7 @@
 // CVisibleProcessMonitor: the record format byte for byte, a reader that
-// refuses bad data, and change events for a real process that gets a
-// terminal (Linux: util-linux `script` gives its command one).
+// refuses bad data, and change events for a real process that becomes
+// visible (Windows: this one with a window; Linux: a command that
+// util-linux `script` runs on a terminal of its own).
 #include <gtest/gtest.h>
 
 #include <condition_variable>
@@ -19,6 +20,10 @@
 #include "qo/sys/CVisibleProcessMonitor.h"
 #include "qo/thread/CSignal.h"
 #include "stream/DataStreamTestSupport.h"
+
+#ifdef _WIN32
+#include <windows.h>
+#endif
 
 namespace qo {
 namespace {
@@ -174,10 +179,46 @@ bool hasChildOf(std::vector<Entry> const& list, unsigned long long parent, unsig
   return false;
 }
 
-TEST(CVisibleProcessMonitor, TellsWhenAProcessAppearsAndGoes) {
+bool lacks(std::vector<Entry> const& list, unsigned long long id) {
+  for (Entry const& e : list) {
+    if (e.id == id) return false;
+  }
+  return true;
+}
+
 #ifdef _WIN32
-  GTEST_SKIP() << "on Windows a process counts by its windows; a test child would need a desktop to show one";
+// Windows: this process counts while it shows a window; one covering the
+// screen makes it full screen.
+TEST(CVisibleProcessMonitor, TellsWhenAProcessAppearsAndGoes) {
+  P<CCollector> collector = newP<CCollector>();
+  P<CVisibleProcessMonitor> monitor = newP<CVisibleProcessMonitor>(collector.get(), 10);
+  monitor->start();
+  ASSERT_TRUE(collector->waitFor([](std::vector<Entry> const&) { return true; }));  // the first list
+
+  unsigned long long const me = CProcess::getCurrentID();
+  HWND window = CreateWindowExW(0, L"STATIC", L"qo visible-process test", WS_POPUP | WS_VISIBLE, 0, 0,
+                                GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN), nullptr, nullptr,
+                                GetModuleHandleW(nullptr), nullptr);
+  if (!window) {
+    GTEST_SKIP() << "no desktop to show a window on (CreateWindowExW failed with " << GetLastError()
+                 << "; Wine without a display)";
+  }
+  Entry const expected = entry(me, true, u"qo visible-process test");
+  bool const appeared = collector->waitFor([&](std::vector<Entry> const& list) {
+    for (Entry const& e : list) {
+      if (e == expected) return true;
+    }
+    return false;
+  });
+  DestroyWindow(window);
+  ASSERT_TRUE(appeared);
+  EXPECT_TRUE(collector->waitFor([&](std::vector<Entry> const& list) { return lacks(list, me); }));
+  monitor->stop();
+  EXPECT_EQ(collector->last(), monitor->getCurrent());
+}
 #else
+// Linux: a process counts while it has a controlling terminal.
+TEST(CVisibleProcessMonitor, TellsWhenAProcessAppearsAndGoes) {
   P<CCollector> collector = newP<CCollector>();
   P<CVisibleProcessMonitor> monitor = newP<CVisibleProcessMonitor>(collector.get(), 10);
   monitor->start();
@@ -196,16 +237,11 @@ TEST(CVisibleProcessMonitor, TellsWhenAProcessAppearsAndGoes) {
   input->release();
   ASSERT_TRUE(script->wait(-1));
   ASSERT_TRUE(appeared);
-  EXPECT_TRUE(collector->waitFor([&](std::vector<Entry> const& list) {
-    for (Entry const& e : list) {
-      if (e.id == shell) return false;
-    }
-    return true;
-  }));
+  EXPECT_TRUE(collector->waitFor([&](std::vector<Entry> const& list) { return lacks(list, shell); }));
   monitor->stop();
   EXPECT_EQ(collector->last(), monitor->getCurrent());
-#endif
 }
+#endif
 
 }  // namespace
 }  // namespace qo

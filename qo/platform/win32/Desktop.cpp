@@ -49,7 +49,9 @@ BOOL CALLBACK onWindow(HWND window, LPARAM context) {
   if (e.id == 0) {
     e.id = id;
     wchar_t title[256];
-    int const n = GetWindowTextW(window, title, 256);
+    // Not GetWindowTextW: for a window of this process it sends WM_GETTEXT
+    // and waits for the window's thread, which may be this one's caller.
+    int const n = InternalGetWindowText(window, title, 256);
     if (n > 0) e.name.assign(reinterpret_cast<char16_t const*>(title), static_cast<std::size_t>(n));
   }
   if (!e.fullScreen && coversMonitor(window)) e.fullScreen = true;
