@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <vector>
 
 #include "qo/core/CQoInit.h"
 #include "qo/sys/CDeviceManager.h"
@@ -13,6 +14,11 @@
 #include "qo/sys/CSystemAccountManager.h"
 #include "qo/sys/CSystemManager.h"
 #include "qo/sys/CVistaFeatures.h"
+#include "qo/sys/CNotificationSettings.h"
+#include "qo/sys/CStealthController.h"
+#include "qo/sys/CUsageMonitor.h"
+#include "qo/sys/CVisibleProcessMonitor.h"
+#include "qo/thread/CThread.h"
 
 namespace {
 
@@ -33,6 +39,26 @@ void section(char const* title, Body body) {
   } catch (std::exception const& e) {
     std::printf("  (failed: %s)\n", e.what());
   }
+}
+
+// The stealth controller's view of this machine: its decision for background
+// work now and the usage it was made from (loads over one second).
+void showUsage() {
+  section("Background work", [] {
+    qo::P<qo::CUsageMonitor> monitor = qo::newP<qo::CUsageMonitor>();
+    qo::P<qo::CStealthController> controller = qo::newP<qo::CStealthController>(monitor);
+    qo::CThread::sleep(1000);
+    qo::CStealthController::EDecision const decision = controller->update();
+    qo::String const reason = controller->getReason();
+    line("decision",
+         qo::CStealthController::toString(decision) + (reason.isEmpty() ? qo::String() : u" (" + reason + u")"));
+    line("rate", std::to_string(static_cast<int>(controller->getRate() * 100)) + "%");
+    line("inputs", controller->getLastSample().toString());
+    line("notifications", qo::CNotificationSettings::toString(qo::CNotificationSettings::getState()));
+    std::vector<qo::CVisibleProcessMonitor::CEntry> const visible = qo::CVisibleProcessMonitor::snapshot();
+    line("visible processes", std::to_string(visible.size()) +
+                                  (qo::CVisibleProcessMonitor::anyFullScreen(visible) ? " (one full screen)" : ""));
+  });
 }
 
 }  // namespace
@@ -97,5 +123,6 @@ int main() {
                                               (d.removable ? ", removable" : ""));
     }
   });
+  showUsage();
   return 0;
 }

@@ -133,6 +133,7 @@
 #include "qo/thread/CWindowsSemaphore.h"
 #include "qo/thread/IBackgroundOp.h"
 #include "qo/thread/IDoneListener.h"
+#include "qo/thread/IBackgroundOpPacer.h"
 #include "qo/thread/IMutex.h"
 #include "qo/thread/IRunnable.h"
 #include "qo/thread/ISemaphore.h"
@@ -176,7 +177,13 @@
 #include "qo/sys/CSystemManager.h"
 #include "qo/sys/CSystemSettings.h"
 #include "qo/sys/CVistaFeatures.h"
+#include "qo/sys/CNotificationSettings.h"
+#include "qo/sys/CStealthController.h"
+#include "qo/sys/CUsageMonitor.h"
+#include "qo/sys/CVisibleProcessMonitor.h"
 #include "qo/sys/CVolumeStream.h"
+#include "qo/sys/CWmiQuery.h"
+#include "qo/sys/IUsageSampler.h"
 
 // Codecs and utilities (qo/util)
 #include "qo/util/CBase64.h"

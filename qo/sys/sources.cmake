@@ -22,3 +22,16 @@ list(APPEND QO_SYS_CLASSES CDeviceManager CVolumeStream CShellLink)
 list(APPEND QO_PLATFORM_SERVICES Device ShellLink)
 # ole32 and uuid: the shell's link objects (IShellLinkW).
 list(APPEND QO_WIN32_LIBS ole32 uuid)
+# usage and desktop state: WMI, notification state, the usage monitor, the
+# stealth-operation controller, the visible-process monitor
+list(APPEND QO_SYS_CLASSES
+  CNotificationSettings
+  CStealthController
+  CUsageMonitor
+  CVisibleProcessMonitor
+  CWmiQuery
+  IUsageSampler
+)
+list(APPEND QO_PLATFORM_SERVICES Desktop Usage Wmi)
+# user32: windows and last input; ole32/oleaut32/wbemuuid: WMI over COM
+list(APPEND QO_WIN32_LIBS user32 oleaut32 wbemuuid)

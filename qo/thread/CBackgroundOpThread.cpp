@@ -2,6 +2,7 @@
 
 #include "qo/core/CInvalidArgError.h"
 #include "qo/core/CStdExceptionError.h"
+#include "qo/core/CTime.h"
 #include "qo/core/ErrorLog.h"
 #include "qo/core/TFlags.h"
 #include "qo/fs/CURI.h"
@@ -234,14 +235,45 @@ void CBackgroundOpThread::signalStop() {
   // reset and its second look at checkContinue() (see runImpl).
   CMutexLock lock(m_queueMutex);
   m_workSignal.set();
+  m_stopSignal.set();
+}
+
+void CBackgroundOpThread::setPacer(P<IBackgroundOpPacer> const& pacer) {
+  CMutexLock lock(m_queueMutex);
+  m_pacer = pacer;
+}
+
+int CBackgroundOpThread::askPacer(long long lastJobMicros) {
+  P<IBackgroundOpPacer> pacer;
+  {
+    CMutexLock lock(m_queueMutex);
+    if (m_queue.empty()) return 0;
+    pacer = m_pacer;
+  }
+  if (!pacer) return 0;
+  try {
+    return pacer->getDelayBeforeNextJob(lastJobMicros);
+  } catch (...) {
+    return 0;  // a failing pacer must not stop the work
+  }
 }
 
 void CBackgroundOpThread::runImpl() {
   {
     CMutexLock lock(m_queueMutex);
     m_loopEnded = false;
+    // A stop signalled before this reset has set the flag that the loop
+    // tests first.
+    m_stopSignal.reset();
   }
+  long long lastJobMicros = 0;
   while (checkContinue()) {
+    int const delay = askPacer(lastJobMicros);
+    if (delay > 0) {
+      (void)m_stopSignal.wait(delay);
+      lastJobMicros = 0;  // that job's rest is over
+      continue;
+    }
     P<CJob> job;
     {
       CMutexLock lock(m_queueMutex);
@@ -257,8 +289,15 @@ void CBackgroundOpThread::runImpl() {
     }
     if (!job) {
       (void)m_workSignal.wait(-1);
+      lastJobMicros = 0;  // the time idle was rest enough
       continue;
     }
+    // Measures the job for the pacer, also when it throws.
+    struct JobTimer {
+      long long& micros;
+      long long const started = CTime::now().getMicros();
+      ~JobTimer() { micros = std::max<long long>(0, CTime::now().getMicros() - started); }
+    } timer{lastJobMicros};
     try {
       job->run(m_context, this);
     } catch (CError const& e) {

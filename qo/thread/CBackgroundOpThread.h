@@ -23,6 +23,10 @@
 //   ...
 //   m_worker->stop(false);
 //
+// A pacer (setPacer) may hold jobs back: before each job the worker asks it
+// for a delay and waits that long, or until it is stopped (see
+// IBackgroundOpPacer).
+//
 // A job keeps a reference on its file system until it finishes, so a file
 // system that owns its worker stays alive while jobs wait; it should stop the
 // worker when it shuts down.
@@ -38,6 +42,7 @@
 #include "qo/thread/CSignal.h"
 #include "qo/thread/CThread.h"
 #include "qo/thread/IBackgroundOp.h"
+#include "qo/thread/IBackgroundOpPacer.h"
 #include "qo/thread/IDoneListener.h"
 
 namespace qo {
@@ -118,6 +123,9 @@ public:
 
   /// As CThread's, and wakes an idle worker so that it leaves.
   void signalStop() override;
+  /// Sets the pacer asked before each job (null: jobs run as soon as they
+  /// are queued). The worker keeps a reference. Thread-safe.
+  void setPacer(P<IBackgroundOpPacer> const& pacer);
   /// The context pointer given to the constructor.
   [[nodiscard]] void* getContext() const noexcept { return m_context; }
 
@@ -131,11 +139,16 @@ protected:
 
 private:
   void abortQueuedJobs() noexcept;
+  // The pacer's delay before the next queued job; 0 without a job or pacer.
+  int askPacer(long long lastJobMicros);
 
   void* const m_context;
   CMutex m_queueMutex;
   TList<P<CJob>> m_queue;
   CSignal m_workSignal;
+  // Set by signalStop(); a pacer's delay waits on it.
+  CSignal m_stopSignal;
+  P<IBackgroundOpPacer> m_pacer;
   // Set (under m_queueMutex) when the worker loop has ended; a job that
   // arrives after that, before a new start, is aborted at once.
   bool m_loopEnded = false;

@@ -1,0 +1,7 @@
+#include "qo/thread/IBackgroundOpPacer.h"
+
+namespace qo {
+
+IBackgroundOpPacer::~IBackgroundOpPacer() = default;
+
+}  // namespace qo
