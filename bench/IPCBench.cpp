@@ -11,6 +11,7 @@
 #include <benchmark/benchmark.h>
 
 #include <cerrno>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -36,11 +37,13 @@ qo::P<qo::CIPCServer>& server() {
   return s;
 }
 
-char const kName[] = "qo-bench-ipc";
+// Named after the process, so that two benchmark runs at once do not
+// compete for one name.
+std::string const kName = "qo-bench-ipc-" + std::to_string(getpid());
 
 void setUp() {
   server() = qo::newP<qo::CIPCServer>(qo::newP<CEchoHandler>());
-  server()->listen(kName);
+  server()->listen(qo::String(kName.c_str()));
 }
 
 void tearDown() {
@@ -92,7 +95,7 @@ struct RawPeer {
 };
 
 void BM_IPCRoundTrip(benchmark::State& state) {
-  qo::P<qo::CIPCConnection> c = qo::CIPCConnection::connect(kName, 5000);
+  qo::P<qo::CIPCConnection> c = qo::CIPCConnection::connect(qo::String(kName.c_str()), 5000);
   std::vector<unsigned char> const request(16, 7);
   for (auto _ : state) benchmark::DoNotOptimize(c->call(request));
 }
@@ -109,7 +112,7 @@ void BM_RawSocketPairRoundTrip(benchmark::State& state) {
 constexpr int kBulk = 1 << 20;
 
 void BM_IPCBulk1MiB(benchmark::State& state) {
-  qo::P<qo::CIPCConnection> c = qo::CIPCConnection::connect(kName, 5000);
+  qo::P<qo::CIPCConnection> c = qo::CIPCConnection::connect(qo::String(kName.c_str()), 5000);
   std::vector<unsigned char> const request(kBulk, 3);
   for (auto _ : state) benchmark::DoNotOptimize(c->call(request));
   state.SetBytesProcessed(state.iterations() * kBulk);
