@@ -204,6 +204,29 @@ FsErrorKind fsErrorKind(SysError const& error) {
   }
 }
 
+FsTransience fsErrorTransience(std::uint32_t code) {
+  switch (static_cast<int>(code)) {
+    case EBUSY:
+    case ETXTBSY:
+    case EAGAIN:  // a held open-file-description lock
+#if EWOULDBLOCK != EAGAIN
+    case EWOULDBLOCK:
+#endif
+      return FsTransience::Refused;
+    case ENETDOWN:
+    case ENETUNREACH:
+    case ENETRESET:
+    case ECONNABORTED:
+    case ECONNRESET:
+    case ENOTCONN:
+    case EHOSTDOWN:
+    case EHOSTUNREACH:
+    case ETIMEDOUT:
+    case ECOMM: return FsTransience::Uncertain;
+    default: return FsTransience::Lasting;
+  }
+}
+
 SysError fsStat(std::u16string const& path, bool followLinks, FsStat& out) {
   out = FsStat{};
   QO_FS_PATH(p, path, "fstatat");
