@@ -1,6 +1,5 @@
 #include "qo/fs/CLocalFileSystem.h"
 
-#include "qo/core/CBadPathError.h"
 #include "qo/core/CError.h"
 #include "qo/core/CFileSystemError.h"
 #include "qo/core/CIOError.h"
@@ -22,13 +21,7 @@
 #include "qo/thread/CBackgroundOpThread.h"
 #include "qo/thread/CMutexLock.h"
 
-#include "qo/stream/IInStream.h"
 
-#include <algorithm>
-#include <atomic>
-#include <chrono>
-#include <cstdint>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -155,8 +148,6 @@ P<IFileInfoBase> makeInfo(CURI const& uri, FsStat const& st, String const* name)
   return info;
 }
 
-// Removes the object at uri with remove, after looking at it without
-// following links: wrongKind says which objects remove must not touch
 void checkName(String const& name, char const* place) {
   bool bad = name.isEmpty() || name == u"." || name == u"..";
   for (std::size_t i = 0; !bad && i < name.length(); ++i) {

@@ -1,28 +1,16 @@
 #include "qo/fs/CLocalFileSystem.h"
 
-#include "qo/core/CBadPathError.h"
-#include "qo/core/CError.h"
 #include "qo/core/CFileSystemError.h"
 #include "qo/core/CIOError.h"
 #include "qo/core/CInvalidArgError.h"
-#include "qo/core/CNotImplementedError.h"
 #include "qo/core/CProps.h"
-#include "qo/core/CSystemError.h"
-#include "qo/core/CTime.h"
-#include "qo/core/ErrorLog.h"
-#include "qo/fs/CFileInfo.h"
-#include "qo/fs/CLocalFileStream.h"
-#include "qo/fs/CUnixPathTraits.h"
-#include "qo/fs/CWindowsPathTraits.h"
 #include "qo/fs/LocalFile.h"
 #include "qo/fs/LocalFileSystemShared.h"
-#include "qo/fs/TPathImpl.h"
 #include "qo/platform/File.h"
 #include "qo/platform/FileSystem.h"
+#include "qo/stream/IInStream.h"
 #include "qo/thread/CBackgroundOpThread.h"
 #include "qo/thread/CMutexLock.h"
-
-#include "qo/stream/IInStream.h"
 
 #include <algorithm>
 #include <atomic>

@@ -4,6 +4,7 @@
 #include "qo/core/CInvalidArgError.h"
 #include "qo/core/CProps.h"
 #include "qo/core/CSystemError.h"
+#include "qo/fs/CNetworkAutoMounter.h"
 #include "qo/log/logFunctions.h"
 #include "qo/platform/FileSystem.h"
 #include "qo/platform/Yield.h"
@@ -64,12 +65,18 @@ CRetryingFileSystem::Transience CRetryingFileSystem::classify(CError const& erro
 template <class F>
 auto CRetryingFileSystem::run(char const* operation, CURI const& uri, bool idempotent, F const& call)
     -> decltype(call()) {
+  bool mounted = false;
   for (int attempt = 1;; ++attempt) {
     int delay = 0;
     try {
       return call();
     } catch (CError const& e) {
       Transience const transience = classify(e);
+      if (m_autoMount && !mounted && transience == kLasting && CNetworkAutoMounter::get()->connectFor(uri, e)) {
+        mounted = true;
+        --attempt;
+        continue;
+      }
       if (attempt >= m_attempts || transience == kLasting || (transience == kUncertain && !idempotent)) throw;
       delay = getDelayMs(attempt);
       String const context = String(u"CRetryingFileSystem::") + String(operation) + u" on " + uri.toString(true) +

@@ -10,6 +10,11 @@
 // error is not transient, the last error is thrown as the inner file system
 // threw it (same class and properties).
 //
+// With setAutoMount(true), a failure because a network share is not
+// connected connects it through CNetworkAutoMounter and the call is made
+// once more, whatever the operation (nothing was done on a share that was
+// not there).
+//
 // Transient errors, found on the error or any of its causes (see classify):
 // - refused: a sharing violation, a lock conflict (problem kLockConflict or
 //   "lockConflict"), a busy file or device (EBUSY, ETXTBSY). The system
@@ -81,6 +86,12 @@ public:
   /// for the milliseconds given); tests count the waits instead. Call it
   /// before the file system is shared. Not thread-safe.
   void setSleeper(std::function<void(int delayMs)> sleeper);
+  /// With on, a call that fails for another reason is handed to
+  /// CNetworkAutoMounter::get()->connectFor once; when that connects the
+  /// call's network share, the call is made again at once (not counted as
+  /// an attempt). Default off. Call it before the file system is shared.
+  /// Not thread-safe.
+  void setAutoMount(bool on) { m_autoMount = on; }
   /// The inner file system. Thread-safe.
   P<IFileSystem> const& getInner() const { return m_inner; }
   /// The wait before retry number retry (1 = the first retry):
@@ -140,6 +151,7 @@ private:
   int m_firstDelayMs;
   int m_maxDelayMs;
   std::function<void(int)> m_sleeper;
+  bool m_autoMount = false;
 };
 
 }  // namespace qo

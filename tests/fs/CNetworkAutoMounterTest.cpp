@@ -15,6 +15,7 @@
 #include "qo/core/CNotImplementedError.h"
 #include "qo/core/CSystemError.h"
 #include "qo/fs/CLocalFileSystem.h"
+#include "qo/fs/CRetryingFileSystem.h"
 #include "qo/fs/LocalFile.h"
 #include "TempFolder.h"
 
@@ -94,6 +95,14 @@ TEST_F(CNetworkAutoMounterTest, AnUnmountedShareIsMountedOnceAndUnmountedAtTheEn
   m_mounter->_deinit();
   EXPECT_TRUE(m_mounter->getConnected().empty());
   EXPECT_FALSE(std::filesystem::exists(m_tmp.file("mnt/data.txt")));
+  // A retrying file system with auto-mount on mounts it again by itself.
+  P<CRetryingFileSystem> fs = newP<CRetryingFileSystem>(newP<CLocalFileSystem>(), 1, 0, 0);
+  fs->setAutoMount(true);
+  P<IIOStream> stream = fs->createStream(uri, IIOStream::AccessReadOnly, {});
+  EXPECT_EQ(stream->getLength(), 6);
+  stream->close();
+  EXPECT_EQ(m_mounter->getConnected(), std::vector<String>{remote});
+  EXPECT_EQ(m_logins->asked.size(), 2u);
 }
 
 TEST_F(CNetworkAutoMounterTest, AFailingHelperIsReportedWithItsOutputAndTheFailureAsCause) {

@@ -138,7 +138,8 @@ TEST_F(CRetryingFileSystemTest, RetriesWhatMayPassAndNeverRepeatsAnUncertainChan
       EXPECT_FALSE(c.throws);
     } catch (CError const& e) {
       EXPECT_TRUE(c.throws) << e.what();
-      EXPECT_EQ(typeid(e), typeid(*c.error));
+      CError const& expected = *c.error;
+      EXPECT_EQ(typeid(e), typeid(expected));
     }
     EXPECT_EQ(flaky->calls, c.calls);
     std::vector<int> const backoff = {10, 20, 25};
