@@ -156,27 +156,10 @@ TEST_F(CRetryingFileSystemTest, RetriesWhatMayPassAndNeverRepeatsAnUncertainChan
   EXPECT_NE(log.find("CRetryingFileSystem::copyFile on file:///"), std::string::npos) << log;
 }
 
-TEST_F(CRetryingFileSystemTest, ClassifiesCausesAndRefusesBadArguments) {
-  CSystemError const busy(u"x", u"f", u"a", kBusyCode);
-  CSystemError const network(u"x", u"f", u"a", kNetworkCode);
+TEST_F(CRetryingFileSystemTest, ALockPropertyIsARefusalAndBadArgumentsAreRefused) {
+  // The form a stream's lock error takes, without a system code.
   CIOError const lockProperty(CIOError::kOpenFailed, String(), CProps().addBool(u"lockConflict", true));
-  CIOError const wrapsBusy(CIOError::kOpenFailed, String(), CProps(), &busy);
-  CIOError const wrapsNetwork(CIOError::kOpenFailed, String(), CProps(), &network);
-  CError const other(u"x", CSystemError::getPlatformDomain(), 2, CProps());
-  struct Case {
-    char const* name;
-    CError const* error;
-    CRetryingFileSystem::Transience expected;
-  } const cases[] = {
-      {"lock property", &lockProperty, CRetryingFileSystem::kRefused},
-      {"busy cause", &wrapsBusy, CRetryingFileSystem::kRefused},
-      {"network cause", &wrapsNetwork, CRetryingFileSystem::kUncertain},
-      {"not found code", &other, CRetryingFileSystem::kLasting},
-  };
-  for (Case const& c : cases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_EQ(CRetryingFileSystem::classify(*c.error), c.expected);
-  }
+  EXPECT_EQ(CRetryingFileSystem::classify(lockProperty), CRetryingFileSystem::kRefused);
   P<IFileSystem> const local = newP<CLocalFileSystem>();
   EXPECT_THROW(CRetryingFileSystem(nil, 1, 0, 0), CInvalidArgError);
   EXPECT_THROW(CRetryingFileSystem(local, 0, 0, 0), CInvalidArgError);
