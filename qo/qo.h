@@ -94,6 +94,8 @@
 #include "qo/fs/CLocalFileSystem.h"
 #include "qo/fs/CLockFile.h"
 #include "qo/fs/CMacPathTraits.h"
+#include "qo/fs/CNetworkAutoMounter.h"
+#include "qo/fs/CRetryingFileSystem.h"
 #include "qo/fs/CPathTraitsBase.h"
 #include "qo/fs/CURI.h"
 #include "qo/fs/CURISelector.h"

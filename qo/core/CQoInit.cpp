@@ -5,6 +5,7 @@
 
 #include "qo/core/CSafeGlobalDisposer.h"
 #include "qo/core/CSafeGlobalSlot.h"
+#include "qo/fs/CNetworkAutoMounter.h"
 #include "qo/platform/Debug.h"
 #include "qo/platform/ErrorMode.h"
 #include "qo/thread/CThreadList.h"
@@ -21,7 +22,8 @@ CQoInit::CQoInit() {
 }
 
 CQoInit::~CQoInit() {
-  // TODO(#6): the network auto-mounter is deinitialised here once it exists.
+  // Shares connected on demand go first, while everything they need lives.
+  CNetworkAutoMounter::get()->_deinit();
   if (!CThreadList::get()->stopAllThreads(30000, true)) {
     platform::debugOutput(
         "\n\nWARNING, WARNING, WARNING: not all threads could be stopped in ~CQoInit. Deadlocks, crashes and "

@@ -867,6 +867,10 @@ TPathImpl<CWindowsPathTraits> CURI::toWindowsFilePath() const {
     throw CURIIncompatibleError(*this, u"Unable to convert URI with 'future style' IP address to Windows file path.");
   if (char16_t const* reason = unsafeFilePathReason(isStoredIPv6Host(m_host) ? String() : m_host, path, true))
     throw CURIIncompatibleError(*this, u"Cannot convert URI to windows file path. " + String(reason));
+  String const device = CWindowsPathTraits::findReservedDeviceName(path);
+  if (!device.isEmpty())
+    throw CURIIncompatibleError(
+        *this, u"Cannot convert URI to windows file path. Path contains the reserved device name '" + device + u"'.");
   if (!m_host.isEmpty()) {
     String server = m_host;
     if (isStoredIPv6Host(server)) {

@@ -227,6 +227,34 @@ void CWindowsPathTraits::finalizeNormalizedPath(String& text) {
   if (mustAddLongPathPrefix(text)) addLongPathPrefix(text);
 }
 
+bool CWindowsPathTraits::isReservedDeviceName(String const& component) {
+  // As Windows reads a name: trailing dots and spaces go, then everything
+  // from the first dot (or stream colon), then spaces before it.
+  std::u16string name = component.str();
+  while (!name.empty() && (name.back() == u'.' || name.back() == u' ')) name.pop_back();
+  name = name.substr(0, name.find_first_of(u".:"));
+  while (!name.empty() && name.back() == u' ') name.pop_back();
+  for (char16_t& c : name) {
+    if (c >= u'a' && c <= u'z') c = static_cast<char16_t>(c - u'a' + u'A');
+  }
+  if (name == u"CON" || name == u"PRN" || name == u"AUX" || name == u"NUL") return true;
+  if (name.size() != 4 || (name.compare(0, 3, u"COM") != 0 && name.compare(0, 3, u"LPT") != 0)) return false;
+  char16_t const digit = name[3];
+  return (digit >= u'1' && digit <= u'9') || digit == u'\u00B9' || digit == u'\u00B2' || digit == u'\u00B3';
+}
+
+String CWindowsPathTraits::findReservedDeviceName(String const& text) {
+  std::u16string const& s = text.str();
+  for (std::size_t start = 0; start <= s.size();) {
+    std::size_t end = s.find_first_of(u"/\\", start);
+    if (end == std::u16string::npos) end = s.size();
+    String const component(s.substr(start, end - start));
+    if (isReservedDeviceName(component)) return component;
+    start = end + 1;
+  }
+  return String();
+}
+
 bool CWindowsPathTraits::mustAddLongPathPrefix(String const& text) {
   return text.length() >= 247 && isAbsolute(text) && !startsWithLongOrDevicePrefix(text);
 }

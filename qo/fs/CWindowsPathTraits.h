@@ -106,6 +106,16 @@ public:
   /// Throws CBadPathError when the full-path service refuses the text.
   static String toAPIPath(String const& text);
 
+  /// True when component is a name that Windows takes for a device
+  /// wherever it stands: CON, PRN, AUX, NUL, COM1 to COM9 and LPT1 to LPT9
+  /// (also with a superscript 1, 2 or 3 for the digit), in any case, alone
+  /// or before an extension ("con.txt"), with trailing dots or spaces
+  /// ("nul. ", "aux .txt"). Never throws.
+  static bool isReservedDeviceName(String const& component);
+  /// The first component of text (separated by slashes or backslashes)
+  /// that isReservedDeviceName, or an empty text when none is. Never throws.
+  static String findReservedDeviceName(String const& text);
+
   /// The characters a component may not hold on the default Windows file
   /// systems: U+0001 to U+001F except tab, then \ : * ? " < > | /, then
   /// U+0000 (shared instance). Thread-safe.

@@ -21,10 +21,9 @@ using platform::SysError;
 
 namespace detail {
 
-CIOError makeLocalFileError(long long kind, char const* place, char const* api, SysError const& sys, CURI const& uri,
-                            CProps props) {
-  CSystemError const cause(u"A file operation of the system failed.", String(place), String(api), sys.code,
-                           String::wstringFromUTF8WithLatin1Fallback(sys.text));
+CIOError makeLocalFileError(long long kind, char const* place, char const* windowsApi, SysError const& sys,
+                            CURI const& uri, CProps props) {
+  CSystemError const cause(u"A file operation of the system failed.", String(place), String(windowsApi), sys);
   int problem = CFileSystemError::kUnknown;
   switch (platform::fileErrorKind(sys)) {
     case platform::FileErrorKind::NotFound: problem = CFileSystemError::kNotFound; break;

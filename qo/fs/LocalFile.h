@@ -71,11 +71,12 @@ QO_API bool localFileSharingIsEnforced();
 
 namespace detail {
 /// The CIOError of a failed file call: kind, the system error (as cause,
-/// with "function" = place and "api" = api), "fileSysProblem" and
-/// "lockConflict" derived from the system error, uri under "uri", props,
-/// place as trace entry. For the library's file code. Thread-safe.
-QO_API CIOError makeLocalFileError(long long kind, char const* place, char const* api, platform::SysError const& sys,
-                                   CURI const& uri, CProps props);
+/// with "function" = place and "api" = the call sys names, which on POSIX
+/// is the POSIX call, else windowsApi), "fileSysProblem" and "lockConflict"
+/// derived from the system error, uri under "uri", props, place as trace
+/// entry. For the library's file code. Thread-safe.
+QO_API CIOError makeLocalFileError(long long kind, char const* place, char const* windowsApi,
+                                   platform::SysError const& sys, CURI const& uri, CProps props);
 }  // namespace detail
 
 }  // namespace qo

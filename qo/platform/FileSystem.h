@@ -102,6 +102,18 @@ enum class FsErrorKind {
 /// The class of an error returned by this service.
 FsErrorKind fsErrorKind(SysError const& error);
 
+/// Whether a failed call may pass when it is made again.
+enum class FsTransience {
+  Lasting,    ///< Making the call again fails the same way.
+  Refused,    ///< Busy, a sharing violation or a lock held by another: the
+              ///< OS refused before changing anything.
+  Uncertain,  ///< The way to the storage failed (network gone, timed out):
+              ///< the call may or may not have taken effect.
+};
+/// The transience of a system error code of this OS (errno on POSIX,
+/// GetLastError on Windows), whichever service reported it.
+FsTransience fsErrorTransience(std::uint32_t code);
+
 /// Facts about path. Following links reports the link's target (a dangling
 /// link then gives kind None). A missing name or a missing folder on its way
 /// is not an error: out.kind is None.

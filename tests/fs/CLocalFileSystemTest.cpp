@@ -1,6 +1,7 @@
 // CLocalFileSystem on real files: each operation's success and its main
 // failure (error class, problem, "uri"), links, meta data, background worker.
 #include "qo/fs/CLocalFileSystem.h"
+#include "qo/fs/LocalFile.h"
 
 #include <gtest/gtest.h>
 
@@ -26,10 +27,11 @@
 #include "qo/thread/CSignal.h"
 #include "LocalFileTestSupport.h"
 
+#include <cerrno>
+
 #ifdef _WIN32
 #include <windows.h>
 #else
-#include <cerrno>
 #include <csignal>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -199,6 +201,53 @@ TEST_F(CLocalFileSystemTest, UrisOfOtherSchemesAreNotServed) {
   } catch (CFileSystemError const& e) {
     ASSERT_TRUE(e.getCause());
     EXPECT_EQ(e.getCause()->getMessage(), u"The URI scheme is not supported.");
+  }
+}
+
+TEST_F(CLocalFileSystemTest, SystemErrorsNameTheCallThatFailed) {
+  // The cause of each error is the system's: on POSIX the POSIX call and
+  // errno, on Windows the Windows function and its code (-1: not checked,
+  // Wine's codes differ there).
+  CURI const file = at(u"file.txt");
+  CURI const other = at(u"other.txt");
+  CURI const folder = at(u"full/");
+  put(file, "a");
+  put(other, "b");
+  m_fs->createFolder(folder, 0);
+  put(at(u"full/x"), "x");
+  struct Case {
+    char const* name;
+    std::function<void()> call;
+    char16_t const* posixApi;
+    int posixCode;
+    char16_t const* windowsApi;
+    long long windowsCode;
+  };
+  std::vector<Case> const cases = {
+      {"mkdir missing parent", [&] { m_fs->createFolder(at(u"no/such/"), 0); }, u"mkdir", ENOENT, u"CreateDirectoryW", 3},
+      {"mkdir existing", [&] { m_fs->createFolder(folder, 0); }, u"mkdir", EEXIST, u"CreateDirectoryW", 183},
+      {"rmdir not empty", [&] { m_fs->deleteEmptyFolder(folder, false); }, u"rmdir", ENOTEMPTY, u"RemoveDirectoryW", 145},
+      {"rename onto existing", [&] { m_fs->moveFileOrFolder(file, other, false); }, u"renameat2", EEXIST, u"MoveFileExW", -1},
+      {"list a file", [&] { (void)m_fs->getFolderContents(file); }, u"opendir", ENOTDIR, u"FindFirstFileExW", -1},
+      {"open missing", [&] { (void)m_fs->createStream(at(u"missing"), IIOStream::AccessReadOnly, {}); }, u"open", ENOENT,
+       u"CreateFileW", 2},
+      {"link onto existing", [&] { m_fs->createFileHardLink(other, file); }, u"link", EEXIST, u"CreateHardLinkW", 183},
+      {"copy missing", [&] { m_fs->copyFile(at(u"missing"), at(u"copy"), false); }, u"open", ENOENT, u"CopyFileW", 2},
+  };
+  bool const posix = !localPathsAreWindowsPaths();
+  for (Case const& c : cases) {
+    SCOPED_TRACE(c.name);
+    try {
+      c.call();
+      ADD_FAILURE() << "no exception";
+    } catch (CError const& e) {
+      ASSERT_TRUE(e.getCause()) << describe(e);
+      CError const& cause = *e.getCause();
+      EXPECT_EQ(cause.getErrorCodeDomain(), posix ? u"POSIX" : u"WIN32");
+      EXPECT_EQ(cause.getParams().lookup(u"api"), String(posix ? c.posixApi : c.windowsApi)) << describe(cause);
+      long long const code = posix ? c.posixCode : c.windowsCode;
+      if (code != -1) EXPECT_EQ(cause.getErrorCode(), code) << describe(cause);
+    }
   }
 }
 

@@ -86,6 +86,28 @@ TEST(CWindowsPathTraitsTest, DriveWithoutSeparatorIsRefusedWithTheWholeText) {
   }
 }
 
+TEST(CWindowsPathTraitsTest, ReservedDeviceNamesInAnyCaseWithExtensionsAndTrailingDotsOrSpaces) {
+  struct Case {
+    char16_t const* name;
+    bool reserved;
+  } const cases[] = {
+      {u"CON", true},       {u"prn", true},      {u"Aux", true},       {u"nUl", true},        {u"COM1", true},
+      {u"com9", true},      {u"LPT1", true},     {u"lpt9", true},      {u"con.txt", true},    {u"NUL.tar.gz", true},
+      {u"con.", true},      {u"con ", true},     {u"aux. .", true},    {u"prn .txt", true},   {u"com\u00B9", true},
+      {u"LPT\u00B3.x", true}, {u"con:stream", true}, {u"", false},      {u"console", false},   {u"xcon", false},
+      {u"com10", false},    {u"COM0", false},    {u"lpt", false},      {u"a.con", false},     {u" con", false},
+      {u"con_", false},     {u"nul1", false},    {u"com\u00B4", false},
+  };
+  for (Case const& c : cases) {
+    SCOPED_TRACE(String(c.name).toUTF8());
+    EXPECT_EQ(W::isReservedDeviceName(c.name), c.reserved);
+    // Anywhere in a path, behind either separator.
+    String const path = String(u"C:\\dir/") + c.name + u"\\x";
+    EXPECT_EQ(W::findReservedDeviceName(path), c.reserved ? String(c.name) : String());
+  }
+  EXPECT_EQ(W::findReservedDeviceName(u"\\\\srv\\share\\a.txt"), String());
+}
+
 TEST(CWindowsPathTraitsTest, FindNextComponentSkipsSeparatorRuns) {
   String const text = u"a\\\\\\b/c\\";
   int start = 0, end = 0;

@@ -22,7 +22,9 @@ struct NativeFile {
 
 namespace {
 
-SysError errorOf(int code) { return SysError{static_cast<std::uint32_t>(code), sysErrorText(static_cast<std::uint32_t>(code))}; }
+// api names the POSIX call that failed, or would have been made for a
+// failure found before it.
+SysError errorOf(int code, char const* api) { return sysErrorOf(static_cast<std::uint32_t>(code), api); }
 
 // Paths between UTF-16 and the kernel's bytes, without loss (NativeName.h).
 bool toUTF8(char16_t const* text, std::size_t length, std::string& out) { return nameToNative(text, length, out); }
@@ -36,7 +38,7 @@ SysError lockOp(FileHandle handle, short type, long long start, long long length
   lock.l_len = static_cast<off_t>(length);
   lock.l_pid = 0;  // required for open-file-description locks
   while (fcntl(handle->fd, F_OFD_SETLK, &lock) != 0) {
-    if (errno != EINTR) return lastSysError();
+    if (errno != EINTR) return lastSysError("fcntl");
   }
   return SysError{};
 }
@@ -46,9 +48,9 @@ SysError lockOp(FileHandle handle, short type, long long start, long long length
 SysError fileOpen(char16_t const* path, std::size_t length, FileOpenOptions const& options, FileHandle& handle) {
   handle = nullptr;
   std::string utf8;
-  if (length == 0) return errorOf(ENOENT);
-  if (!toUTF8(path, length, utf8)) return errorOf(EILSEQ);
-  if (options.noBuffering) return errorOf(ENOTSUP);
+  if (length == 0) return errorOf(ENOENT, "open");
+  if (!toUTF8(path, length, utf8)) return errorOf(EILSEQ, "open");
+  if (options.noBuffering) return errorOf(ENOTSUP, "open");
   bool const write = options.write || options.append;
   int flags = O_CLOEXEC;
   flags |= write ? (options.read ? O_RDWR : O_WRONLY) : O_RDONLY;
@@ -65,12 +67,12 @@ SysError fileOpen(char16_t const* path, std::size_t length, FileOpenOptions cons
   do {
     fd = ::open(utf8.c_str(), flags, options.ownerOnly ? 0600 : 0666);
   } while (fd < 0 && errno == EINTR);
-  if (fd < 0) return lastSysError();
+  if (fd < 0) return lastSysError("open");
   // open() happily opens a folder for reading; a file service must not.
   struct stat st;
   if (fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) {
     ::close(fd);
-    return errorOf(EISDIR);
+    return errorOf(EISDIR, "open");
   }
 #ifdef POSIX_FADV_SEQUENTIAL
   if (options.sequential) (void)posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
@@ -79,7 +81,7 @@ SysError fileOpen(char16_t const* path, std::size_t length, FileOpenOptions cons
   auto* file = new (std::nothrow) NativeFile;
   if (!file) {
     ::close(fd);
-    return errorOf(ENOMEM);
+    return errorOf(ENOMEM, "open");
   }
   file->fd = fd;
   file->append = options.append;
@@ -94,10 +96,10 @@ SysError fileClose(FileHandle handle) {
   // Unlink first: once closed, another process could already have replaced
   // the file under the same name.
   if (!handle->deletePath.empty() && ::unlink(handle->deletePath.c_str()) != 0 && errno != ENOENT) {
-    result = lastSysError();
+    result = lastSysError("unlink");
   }
   // close() must not be retried on EINTR: the descriptor is gone either way.
-  if (::close(handle->fd) != 0 && !result && errno != EINTR) result = lastSysError();
+  if (::close(handle->fd) != 0 && !result && errno != EINTR) result = lastSysError("close");
   delete handle;
   return result;
 }
@@ -111,7 +113,7 @@ SysError fileRead(FileHandle handle, void* buffer, std::size_t size, std::size_t
     ssize_t const n = ::read(handle->fd, bytes + done, chunk);
     if (n < 0) {
       if (errno == EINTR) continue;
-      return lastSysError();
+      return lastSysError("read");
     }
     if (n == 0) break;
     done += static_cast<std::size_t>(n);
@@ -128,38 +130,38 @@ SysError fileWrite(FileHandle handle, void const* data, std::size_t size) {
     ssize_t const n = ::write(handle->fd, bytes + done, chunk);
     if (n < 0) {
       if (errno == EINTR) continue;
-      return lastSysError();
+      return lastSysError("write");
     }
-    if (n == 0) return errorOf(EIO);
+    if (n == 0) return errorOf(EIO, "write");
     done += static_cast<std::size_t>(n);
   }
   return SysError{};
 }
 
 SysError fileSeek(FileHandle handle, long long position) {
-  if (position < 0) return errorOf(EINVAL);
-  if (::lseek(handle->fd, static_cast<off_t>(position), SEEK_SET) < 0) return lastSysError();
+  if (position < 0) return errorOf(EINVAL, "lseek");
+  if (::lseek(handle->fd, static_cast<off_t>(position), SEEK_SET) < 0) return lastSysError("lseek");
   return SysError{};
 }
 
 SysError fileGetPosition(FileHandle handle, long long& position) {
   off_t const where = ::lseek(handle->fd, 0, SEEK_CUR);
-  if (where < 0) return lastSysError();
+  if (where < 0) return lastSysError("lseek");
   position = static_cast<long long>(where);
   return SysError{};
 }
 
 SysError fileGetSize(FileHandle handle, long long& size) {
   struct stat st;
-  if (fstat(handle->fd, &st) != 0) return lastSysError();
+  if (fstat(handle->fd, &st) != 0) return lastSysError("fstat");
   size = static_cast<long long>(st.st_size);
   return SysError{};
 }
 
 SysError fileSetSize(FileHandle handle, long long size) {
-  if (size < 0) return errorOf(EINVAL);
+  if (size < 0) return errorOf(EINVAL, "ftruncate");
   while (::ftruncate(handle->fd, static_cast<off_t>(size)) != 0) {
-    if (errno != EINTR) return lastSysError();
+    if (errno != EINTR) return lastSysError("ftruncate");
   }
   return SysError{};
 }
@@ -169,30 +171,30 @@ SysError fileFlush(FileHandle handle) {
     if (errno == EINTR) continue;
     // Pipes and some special files cannot be synced; nothing is lost there.
     if (errno == EINVAL || errno == EROFS) return SysError{};
-    return lastSysError();
+    return lastSysError("fsync");
   }
   return SysError{};
 }
 
 SysError fileLock(FileHandle handle, long long start, long long length, bool exclusive) {
-  if (start < 0 || length <= 0) return errorOf(EINVAL);
+  if (start < 0 || length <= 0) return errorOf(EINVAL, "fcntl");
   return lockOp(handle, exclusive ? F_WRLCK : F_RDLCK, start, length);
 }
 
 SysError fileUnlock(FileHandle handle, long long start, long long length) {
-  if (start < 0 || length <= 0) return errorOf(EINVAL);
+  if (start < 0 || length <= 0) return errorOf(EINVAL, "fcntl");
   return lockOp(handle, F_UNLCK, start, length);
 }
 
 SysError fileDelete(char16_t const* path, std::size_t length) {
   std::string utf8;
-  if (length == 0) return errorOf(ENOENT);
-  if (!toUTF8(path, length, utf8)) return errorOf(EILSEQ);
+  if (length == 0) return errorOf(ENOENT, "unlink");
+  if (!toUTF8(path, length, utf8)) return errorOf(EILSEQ, "unlink");
   struct stat st;
   // unlink() on a folder gives EISDIR on Linux but EPERM elsewhere; say it
   // the same way everywhere.
-  if (::lstat(utf8.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) return errorOf(EISDIR);
-  if (::unlink(utf8.c_str()) != 0) return lastSysError();
+  if (::lstat(utf8.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) return errorOf(EISDIR, "unlink");
+  if (::unlink(utf8.c_str()) != 0) return lastSysError("unlink");
   return SysError{};
 }
 
@@ -206,13 +208,13 @@ bool fileIsRegular(char16_t const* path, std::size_t length) {
 SysError fileIsAtPath(FileHandle handle, char16_t const* path, std::size_t length, bool& same) {
   same = false;
   std::string utf8;
-  if (length == 0 || !toUTF8(path, length, utf8)) return errorOf(EINVAL);
+  if (length == 0 || !toUTF8(path, length, utf8)) return errorOf(EINVAL, "stat");
   struct stat open;
-  if (fstat(handle->fd, &open) != 0) return lastSysError();
+  if (fstat(handle->fd, &open) != 0) return lastSysError("fstat");
   struct stat named;
   if (::stat(utf8.c_str(), &named) != 0) {
     if (errno == ENOENT) return SysError{};
-    return lastSysError();
+    return lastSysError("stat");
   }
   same = open.st_dev == named.st_dev && open.st_ino == named.st_ino;
   return SysError{};
@@ -250,14 +252,14 @@ bool fileSupportsNoBuffering() { return false; }
 
 SysError fileAbsolutePath(char16_t const* path, std::size_t length, std::u16string& out) {
   out.clear();
-  if (length == 0) return errorOf(ENOENT);
+  if (length == 0) return errorOf(ENOENT, "getcwd");
   if (path[0] == u'/') {
     out.assign(path, length);
     return SysError{};
   }
   std::string cwd(256, '\0');
   while (::getcwd(&cwd[0], cwd.size()) == nullptr) {
-    if (errno != ERANGE) return lastSysError();
+    if (errno != ERANGE) return lastSysError("getcwd");
     cwd.assign(cwd.size() * 2, '\0');
   }
   cwd.resize(cwd.find('\0'));

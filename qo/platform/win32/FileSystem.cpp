@@ -307,6 +307,28 @@ FsErrorKind fsErrorKind(SysError const& error) {
   }
 }
 
+FsTransience fsErrorTransience(std::uint32_t code) {
+  switch (code) {
+    case ERROR_SHARING_VIOLATION:
+    case ERROR_LOCK_VIOLATION:
+    case ERROR_BUSY:
+    case ERROR_PATH_BUSY:
+    case ERROR_DRIVE_LOCKED:
+    case ERROR_NETWORK_BUSY:
+    case ERROR_USER_MAPPED_FILE: return FsTransience::Refused;
+    case ERROR_UNEXP_NET_ERR:
+    case ERROR_NETNAME_DELETED:
+    case ERROR_BAD_NET_RESP:
+    case ERROR_DEV_NOT_EXIST:
+    case ERROR_SEM_TIMEOUT:
+    case ERROR_VC_DISCONNECTED:
+    case ERROR_NETWORK_UNREACHABLE:
+    case ERROR_HOST_UNREACHABLE:
+    case ERROR_CONNECTION_ABORTED: return FsTransience::Uncertain;
+    default: return FsTransience::Lasting;
+  }
+}
+
 SysError fsStat(std::u16string const& path, bool followLinks, FsStat& out) {
   out = FsStat{};
   QO_FS_PATH(p, path);
