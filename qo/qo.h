@@ -174,6 +174,12 @@
 #include "qo/sys/CSystemManager.h"
 #include "qo/sys/CSystemSettings.h"
 #include "qo/sys/CVistaFeatures.h"
+#include "qo/sys/CSystemSignalReceiver.h"
+#include "qo/sys/CWindowsThreadedGlobalMessageReceiver.h"
+#include "qo/sys/CWindowsComInit.h"
+#include "qo/sys/CWindowsComSecurityInit.h"
+#include "qo/sys/CPowerState.h"
+#include "qo/sys/CKeepAwakeRequest.h"
 
 // Codecs and utilities (qo/util)
 #include "qo/util/CBase64.h"

@@ -12,8 +12,19 @@ set(QO_SYS_CLASSES
   CSystemManager
   CSystemSettings
   CVistaFeatures
+  # system signals, power state, COM initialisation
+  CSystemSignalReceiver
+  CWindowsThreadedGlobalMessageReceiver
+  CWindowsComInit
+  CWindowsComSecurityInit
+  CPowerState
+  CKeepAwakeRequest
 )
 list(APPEND QO_PLATFORM_SERVICES Process Accounts EventLog KnownPaths Registry)
 # advapi32: tokens, account names, the registry and the event log;
 # shell32: CommandLineToArgvW and known folders; netapi32: NetUserEnum.
 list(APPEND QO_WIN32_LIBS advapi32 shell32 netapi32 userenv ole32)
+list(APPEND QO_PLATFORM_SERVICES SystemSignals Power Com)
+# user32: the hidden window of system messages; wtsapi32: session lock
+# notices; ole32: COM.
+list(APPEND QO_WIN32_LIBS user32 wtsapi32 ole32)

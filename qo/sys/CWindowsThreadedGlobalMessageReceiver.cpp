@@ -1,0 +1,118 @@
+#include "qo/sys/CWindowsThreadedGlobalMessageReceiver.h"
+
+#include "qo/core/CSafeGlobalSlot.h"
+#include "qo/core/CSystemError.h"
+#include "qo/core/ErrorLog.h"
+#include "qo/platform/SystemSignals.h"
+#include "qo/thread/CMutexLock.h"
+#include "qo/thread/CThread.h"
+
+namespace qo {
+
+// The two lists of kinds are one list.
+static_assert(static_cast<int>(platform::SystemSignal::Interrupt) == CSystemSignalReceiver::Interrupt &&
+                  static_cast<int>(platform::SystemSignal::SessionLock) == CSystemSignalReceiver::SessionLock &&
+                  static_cast<int>(platform::SystemSignal::DeviceRemoval) == CSystemSignalReceiver::DeviceRemoval,
+              "platform::SystemSignal and CSystemSignalReceiver::Signal differ");
+
+// Runs the platform's loop; a stop request ends the loop.
+class CWindowsThreadedGlobalMessageReceiver::CLoopThread : public CThread {
+public:
+  CLoopThread(platform::NativeSystemSignals* handle, CWindowsThreadedGlobalMessageReceiver* owner)
+      : m_handle(handle), m_owner(owner) {
+    setThreadName(u"qo.globalMessages");
+  }
+  void signalStop() override {
+    CThread::signalStop();
+    platform::systemSignalsStop(m_handle);
+  }
+
+protected:
+  void runImpl() override {
+    if (platform::SysError e = platform::systemSignalsRun(m_handle, &CWindowsThreadedGlobalMessageReceiver::deliver, m_owner))
+      throw CSystemError(u"Error receiving system messages.", u"CWindowsThreadedGlobalMessageReceiver", u"CreateWindowExW", e);
+  }
+
+private:
+  platform::NativeSystemSignals* const m_handle;
+  CWindowsThreadedGlobalMessageReceiver* const m_owner;  // outlives the thread
+};
+
+CWindowsThreadedGlobalMessageReceiver::CWindowsThreadedGlobalMessageReceiver() {
+  if (platform::SysError e = platform::systemSignalsInstall(m_handle)) {
+    m_installError = newP<CSystemError>(u"Error installing the system signal handlers.",
+                                        u"CWindowsThreadedGlobalMessageReceiver", u"SetConsoleCtrlHandler", e);
+    logError(*m_installError, u"System signals will not be received.");
+    return;
+  }
+  try {
+    m_thread = newP<CLoopThread>(m_handle, this);
+    m_thread->start();
+  } catch (CError const& e) {
+    m_installError = e.clone();
+    logError(e, u"System signals will not be received.");
+    m_thread = nil;
+    platform::systemSignalsUninstall(m_handle);
+    m_handle = nullptr;
+  }
+}
+
+CWindowsThreadedGlobalMessageReceiver::~CWindowsThreadedGlobalMessageReceiver() { _deinit(); }
+
+P<CWindowsThreadedGlobalMessageReceiver> const& CWindowsThreadedGlobalMessageReceiver::get() {
+  static CSafeGlobalSlot g_pInstanceSlot;
+  return TSafeGlobal<CWindowsThreadedGlobalMessageReceiver>::get(g_pInstanceSlot);
+}
+
+void CWindowsThreadedGlobalMessageReceiver::setListener(CSystemSignalReceiver::IListener* listener) {
+  // Taking the delivery lock waits for a call to the old listener to end.
+  CMutexLock lock(m_listenerMutex);
+  m_listener = listener;
+}
+
+void CWindowsThreadedGlobalMessageReceiver::setTakeOver(bool takeOver) {
+  CMutexLock lock(m_mutex);
+  platform::systemSignalsSetTakeOver(m_handle, takeOver);
+}
+
+void CWindowsThreadedGlobalMessageReceiver::_deinit() noexcept {
+  platform::NativeSystemSignals* handle = nullptr;
+  P<CThread> thread;
+  {
+    CMutexLock lock(m_mutex);
+    handle = m_handle;
+    thread = m_thread;
+    m_handle = nullptr;
+    m_thread = nil;
+  }
+  // Outside the lock: a listener running on the thread may still call in.
+  try {
+    if (thread) thread->stop(false);
+  } catch (std::exception const& e) {
+    logError(e, u"Stopping the system message thread failed.");
+  }
+  platform::systemSignalsUninstall(handle);
+}
+
+bool CWindowsThreadedGlobalMessageReceiver::isActive() const {
+  CMutexLock lock(m_mutex);
+  return m_handle != nullptr && m_thread && m_thread->isAlive();
+}
+
+PC<CError> CWindowsThreadedGlobalMessageReceiver::getInstallError() const {
+  CMutexLock lock(m_mutex);
+  return m_installError;
+}
+
+void CWindowsThreadedGlobalMessageReceiver::deliver(void* self, platform::SystemSignal signal) {
+  auto* receiver = static_cast<CWindowsThreadedGlobalMessageReceiver*>(self);
+  CMutexLock lock(receiver->m_listenerMutex);
+  if (!receiver->m_listener) return;
+  try {
+    receiver->m_listener->onSystemSignal(static_cast<CSystemSignalReceiver::Signal>(signal));
+  } catch (std::exception const& e) {
+    logError(e, u"A system signal listener threw an exception.");
+  }
+}
+
+}  // namespace qo
