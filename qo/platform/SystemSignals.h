@@ -66,6 +66,12 @@ void systemSignalsSetTakeOver(SystemSignalsHandle handle, bool takeOver);
 /// Delivers notices to sink on the calling thread until systemSignalsStop.
 /// Windows: the hidden window lives on this thread for that time.
 SysError systemSignalsRun(SystemSignalsHandle handle, SystemSignalSink sink, void* context);
+/// Waits up to timeoutMillis (-1: no limit) until systemSignalsRun is
+/// receiving (Windows: its window exists) or has failed; true when it did.
+bool systemSignalsWaitReady(SystemSignalsHandle handle, int timeoutMillis);
+/// True while systemSignalsRun has its window (Windows with a desktop;
+/// never on POSIX). Without it only the console events come.
+bool systemSignalsHaveWindow(SystemSignalsHandle handle);
 /// Makes systemSignalsRun return (also when it has not started yet: it
 /// then returns at once). Safe from any thread.
 void systemSignalsStop(SystemSignalsHandle handle);

@@ -48,6 +48,9 @@ CWindowsThreadedGlobalMessageReceiver::CWindowsThreadedGlobalMessageReceiver() {
   try {
     m_thread = newP<CLoopThread>(m_handle, this);
     m_thread->start();
+    // Once get() has returned, the window exists: nothing sent to it later
+    // is lost.
+    platform::systemSignalsWaitReady(m_handle, 10000);
   } catch (CError const& e) {
     m_installError = e.clone();
     logError(e, u"System signals will not be received.");
@@ -97,6 +100,11 @@ void CWindowsThreadedGlobalMessageReceiver::_deinit() noexcept {
 bool CWindowsThreadedGlobalMessageReceiver::isActive() const {
   CMutexLock lock(m_mutex);
   return m_handle != nullptr && m_thread && m_thread->isAlive();
+}
+
+bool CWindowsThreadedGlobalMessageReceiver::hasMessageWindow() const {
+  CMutexLock lock(m_mutex);
+  return platform::systemSignalsHaveWindow(m_handle);
 }
 
 PC<CError> CWindowsThreadedGlobalMessageReceiver::getInstallError() const {

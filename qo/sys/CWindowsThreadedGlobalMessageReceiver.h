@@ -67,6 +67,10 @@ public:
   void _deinit() noexcept;
   /// True while the hooks are installed and the thread runs. Thread-safe.
   bool isActive() const;
+  /// True while the hidden window exists (Windows with a desktop; false
+  /// on POSIX and under Wine without a display, where only the console
+  /// events come). Thread-safe.
+  bool hasMessageWindow() const;
   /// Why installing failed, or null. Thread-safe.
   PC<CError> getInstallError() const;
 

@@ -142,6 +142,13 @@ SysError systemSignalsRun(SystemSignalsHandle handle, SystemSignalSink sink, voi
   }
 }
 
+bool systemSignalsWaitReady(SystemSignalsHandle handle, int) {
+  // The pipe keeps what arrives before the reader starts.
+  return handle != nullptr;
+}
+
+bool systemSignalsHaveWindow(SystemSignalsHandle) { return false; }
+
 void systemSignalsStop(SystemSignalsHandle handle) {
   if (!handle) return;
   unsigned char stop = 0;

@@ -17,6 +17,7 @@ namespace qo::platform {
 struct NativeSystemSignals {
   HANDLE stopEvent = nullptr;
   HANDLE queueEvent = nullptr;
+  HANDLE readyEvent = nullptr;
   std::mutex mutex;
   std::condition_variable delivered;
   std::deque<SystemSignal> queue;
@@ -25,6 +26,7 @@ struct NativeSystemSignals {
   bool running = false;
   std::atomic<bool> takeOver{false};
   std::atomic<bool> installed{false};
+  std::atomic<bool> hasWindow{false};
   SystemSignalSink sink = nullptr;
   void* context = nullptr;
   bool endSessionReported = false;
@@ -122,9 +124,12 @@ SysError systemSignalsInstall(SystemSignalsHandle& handle) {
   h.stopEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
   if (!h.stopEvent) return lastSysError();
   h.queueEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-  if (!h.queueEvent) {
+  h.readyEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  if (!h.queueEvent || !h.readyEvent) {
     SysError e = lastSysError();
     CloseHandle(h.stopEvent);
+    if (h.queueEvent) CloseHandle(h.queueEvent);
+    if (h.readyEvent) CloseHandle(h.readyEvent);
     return e;
   }
   {
@@ -138,6 +143,7 @@ SysError systemSignalsInstall(SystemSignalsHandle& handle) {
     h.installed.store(false);
     CloseHandle(h.stopEvent);
     CloseHandle(h.queueEvent);
+    CloseHandle(h.readyEvent);
     return e;
   }
   handle = &h;
@@ -156,25 +162,26 @@ SysError systemSignalsRun(SystemSignalsHandle handle, SystemSignalSink sink, voi
   windowClass.lpfnWndProc = &windowProc;
   windowClass.hInstance = instance;
   windowClass.lpszClassName = reinterpret_cast<wchar_t const*>(kMessageWindowClass);
-  if (!RegisterClassW(&windowClass) && GetLastError() != ERROR_CLASS_ALREADY_EXISTS) return lastSysError();
   h.sink = sink;
   h.context = context;
   h.endSessionReported = false;
   // A top-level window that is never shown: the broadcasts (end of session,
-  // power, devices) do not reach message-only windows.
-  HWND window = CreateWindowExW(0, windowClass.lpszClassName, L"qo", WS_OVERLAPPED, 0, 0, 0, 0, nullptr, nullptr,
-                                instance, nullptr);
-  if (!window) {
-    h.sink = nullptr;
-    return lastSysError();
-  }
+  // power, devices) do not reach message-only windows. Without a window
+  // (no desktop, as under Wine without a display) the console events
+  // still come.
+  HWND window = nullptr;
+  if (RegisterClassW(&windowClass) || GetLastError() == ERROR_CLASS_ALREADY_EXISTS)
+    window = CreateWindowExW(0, windowClass.lpszClassName, L"qo", WS_OVERLAPPED, 0, 0, 0, 0, nullptr, nullptr, instance,
+                             nullptr);
+  h.hasWindow.store(window != nullptr);
   // Lock and unlock come only to registered windows; where the session
   // service is missing they just do not come.
-  bool const sessionNotes = WTSRegisterSessionNotification(window, NOTIFY_FOR_THIS_SESSION) != FALSE;
+  bool const sessionNotes = window && WTSRegisterSessionNotification(window, NOTIFY_FOR_THIS_SESSION) != FALSE;
   {
     std::lock_guard<std::mutex> lock(h.mutex);
     h.running = true;
   }
+  SetEvent(h.readyEvent);
   HANDLE const events[2] = {h.stopEvent, h.queueEvent};
   for (;;) {
     DWORD r = MsgWaitForMultipleObjects(2, events, FALSE, INFINITE, QS_ALLINPUT);
@@ -197,11 +204,19 @@ SysError systemSignalsRun(SystemSignalsHandle handle, SystemSignalSink sink, voi
   }
   h.delivered.notify_all();
   if (sessionNotes) WTSUnRegisterSessionNotification(window);
-  DestroyWindow(window);
+  if (window) DestroyWindow(window);
+  h.hasWindow.store(false);
   h.sink = nullptr;
   h.context = nullptr;
   return SysError();
 }
+
+bool systemSignalsWaitReady(SystemSignalsHandle handle, int timeoutMillis) {
+  return handle && WaitForSingleObject(handle->readyEvent, timeoutMillis < 0 ? INFINITE : static_cast<DWORD>(timeoutMillis)) ==
+                       WAIT_OBJECT_0;
+}
+
+bool systemSignalsHaveWindow(SystemSignalsHandle handle) { return handle && handle->hasWindow.load(); }
 
 void systemSignalsStop(SystemSignalsHandle handle) {
   if (handle) SetEvent(handle->stopEvent);
@@ -214,7 +229,8 @@ void systemSignalsUninstall(SystemSignalsHandle handle) {
   SetConsoleCtrlHandler(&consoleHandler, FALSE);
   CloseHandle(handle->stopEvent);
   CloseHandle(handle->queueEvent);
-  handle->stopEvent = handle->queueEvent = nullptr;
+  CloseHandle(handle->readyEvent);
+  handle->stopEvent = handle->queueEvent = handle->readyEvent = nullptr;
 }
 
 }  // namespace qo::platform
