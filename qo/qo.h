@@ -174,6 +174,7 @@
 #include "qo/sys/CSystemManager.h"
 #include "qo/sys/CSystemSettings.h"
 #include "qo/sys/CVistaFeatures.h"
+#include "qo/sys/CEventLogMirror.h"
 #include "qo/sys/CSystemSignalReceiver.h"
 #include "qo/sys/CWindowsThreadedGlobalMessageReceiver.h"
 #include "qo/sys/CWindowsComInit.h"

@@ -13,6 +13,7 @@ set(QO_SYS_CLASSES
   CSystemSettings
   CVistaFeatures
   # system signals, power state, COM initialisation
+  CEventLogMirror
   CSystemSignalReceiver
   CWindowsThreadedGlobalMessageReceiver
   CWindowsComInit
