@@ -1,5 +1,6 @@
 // qo-sysinfo: what the library's system services see on this machine: the
-// operating system, the hardware, the current user and the known folders.
+// operating system, the hardware, the current user, the known folders and
+// the power state.
 //
 //   qo-sysinfo
 #include <cstdio>
@@ -8,6 +9,7 @@
 
 #include "qo/core/CQoInit.h"
 #include "qo/sys/CKnownPaths.h"
+#include "qo/sys/CPowerState.h"
 #include "qo/sys/CSystemAccountManager.h"
 #include "qo/sys/CSystemManager.h"
 #include "qo/sys/CVistaFeatures.h"
@@ -31,6 +33,17 @@ void section(char const* title, Body body) {
   } catch (std::exception const& e) {
     std::printf("  (failed: %s)\n", e.what());
   }
+}
+
+void printPower() {
+  section("Power", [] {
+    qo::CPowerState power = qo::CPowerState::query();
+    line("source", qo::CPowerState::getSourceName(power.getSource()));
+    line("battery", power.hasBattery() ? (power.getBatteryPercent() >= 0 ? std::to_string(power.getBatteryPercent()) + "%"
+                                                                          : std::string("present"))
+                                       : std::string("none"));
+    if (power.hasBattery()) line("charging", power.isCharging());
+  });
 }
 
 }  // namespace
@@ -66,5 +79,6 @@ int main() {
       }
     }
   });
+  printPower();
   return 0;
 }
