@@ -1,5 +1,7 @@
 #include "qo/sys/CWindowsThreadedGlobalMessageReceiver.h"
 
+#include <atomic>
+
 #include "qo/core/CSafeGlobalSlot.h"
 #include "qo/core/CSystemError.h"
 #include "qo/core/ErrorLog.h"
@@ -22,9 +24,11 @@ public:
       : m_handle(handle), m_owner(owner) {
     setThreadName(u"qo.globalMessages");
   }
+  // One stop per run, and only for a run that was started: a stop nobody
+  // reads would end the next run at once.
   void signalStop() override {
     CThread::signalStop();
-    platform::systemSignalsStop(m_handle);
+    if (getID() != 0 && !m_stopSent.exchange(true)) platform::systemSignalsStop(m_handle);
   }
 
 protected:
@@ -36,6 +40,7 @@ protected:
 private:
   platform::NativeSystemSignals* const m_handle;
   CWindowsThreadedGlobalMessageReceiver* const m_owner;  // outlives the thread
+  std::atomic<bool> m_stopSent{false};
 };
 
 CWindowsThreadedGlobalMessageReceiver::CWindowsThreadedGlobalMessageReceiver() {
@@ -44,19 +49,6 @@ CWindowsThreadedGlobalMessageReceiver::CWindowsThreadedGlobalMessageReceiver() {
                                         u"CWindowsThreadedGlobalMessageReceiver", u"SetConsoleCtrlHandler", e);
     logError(*m_installError, u"System signals will not be received.");
     return;
-  }
-  try {
-    m_thread = newP<CLoopThread>(m_handle, this);
-    m_thread->start();
-    // Once get() has returned, the window exists: nothing sent to it later
-    // is lost.
-    platform::systemSignalsWaitReady(m_handle, 10000);
-  } catch (CError const& e) {
-    m_installError = e.clone();
-    logError(e, u"System signals will not be received.");
-    m_thread = nil;
-    platform::systemSignalsUninstall(m_handle);
-    m_handle = nullptr;
   }
 }
 
@@ -74,8 +66,38 @@ void CWindowsThreadedGlobalMessageReceiver::setListener(CSystemSignalReceiver::I
 }
 
 void CWindowsThreadedGlobalMessageReceiver::setTakeOver(bool takeOver) {
-  CMutexLock lock(m_mutex);
-  platform::systemSignalsSetTakeOver(m_handle, takeOver);
+  P<CThread> stopped;
+  {
+    CMutexLock lock(m_mutex);
+    if (!m_handle) return;
+    platform::systemSignalsSetTakeOver(m_handle, takeOver);
+    if (takeOver && !m_thread) {
+      // The thread runs only while someone listens: a process that never
+      // asks has no extra thread.
+      try {
+        P<CThread> thread = newP<CLoopThread>(m_handle, this);
+        thread->start();
+        m_thread = thread;
+        // Once this returns the window exists: nothing sent to it later is
+        // lost.
+        platform::systemSignalsWaitReady(m_handle, 10000);
+      } catch (CError const& e) {
+        logError(e, u"System signals will not be received.");
+      }
+    } else if (!takeOver && m_thread && m_thread->getID() != CThread::getCurrentID()) {
+      // (On the thread itself, from a listener, it runs on until later.)
+      stopped = m_thread;
+      m_thread = nil;
+    }
+  }
+  // Outside the lock: a listener running on the thread may still call in.
+  if (stopped) {
+    try {
+      stopped->stop(false);
+    } catch (std::exception const& e) {
+      logError(e, u"Stopping the system message thread failed.");
+    }
+  }
 }
 
 void CWindowsThreadedGlobalMessageReceiver::_deinit() noexcept {
@@ -94,6 +116,9 @@ void CWindowsThreadedGlobalMessageReceiver::_deinit() noexcept {
   } catch (std::exception const& e) {
     logError(e, u"Stopping the system message thread failed.");
   }
+  // The thread object goes first: its end signals a stop through the
+  // handle once more.
+  thread = nil;
   platform::systemSignalsUninstall(handle);
 }
 

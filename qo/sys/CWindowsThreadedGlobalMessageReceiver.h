@@ -13,7 +13,9 @@
 //
 // It has one listener, CSystemSignalReceiver, which fans the notices out;
 // applications use that class. The hooks are installed at construction and
-// the previous ones restored by _deinit() (also at disposal).
+// the previous ones restored by _deinit() (also at disposal). The thread
+// (and on Windows the window) exists only while signals are taken over
+// (setTakeOver(true), that is while CSystemSignalReceiver has listeners).
 //
 //   P<CWindowsThreadedGlobalMessageReceiver> r = CWindowsThreadedGlobalMessageReceiver::get();
 //   r->setListener(receiver);  r->setTakeOver(true);
@@ -41,8 +43,8 @@ class CThread;
 /// The thread of the system's notices. Thread-safe.
 class QO_API CWindowsThreadedGlobalMessageReceiver : public CBase {
 public:
-  /// Installs the hooks and starts the thread. Never throws: a failure is
-  /// kept (getInstallError) and the receiver stays silent.
+  /// Installs the hooks. Never throws: a failure is kept
+  /// (getInstallError) and the receiver stays silent.
   CWindowsThreadedGlobalMessageReceiver();
   /// _deinit(); never throws.
   ~CWindowsThreadedGlobalMessageReceiver() override;
@@ -57,10 +59,12 @@ public:
   /// the previous listener is no longer called (unless this is called from
   /// inside it). Thread-safe.
   void setListener(CSystemSignalReceiver::IListener* listener);
-  /// true: interrupt, terminate and hang-up are consumed and reported;
-  /// false (the start): they do what they did before (POSIX: the previous
-  /// disposition, by default the end of the process; Windows: the next
-  /// console handler). Thread-safe.
+  /// true: interrupt, terminate and hang-up are consumed and reported, and
+  /// the thread runs (started here; on Windows its window exists when this
+  /// returns); false (the start): they do what they did before (POSIX: the
+  /// previous disposition, by default the end of the process; Windows: the
+  /// next console handler), and the thread is stopped (not when this is
+  /// called on the thread itself). Thread-safe.
   void setTakeOver(bool takeOver);
   /// Stops the thread and restores the previous signal dispositions and
   /// console handler. Idempotent; never throws. Thread-safe.

@@ -114,13 +114,24 @@ Case const kCases[] = {
 #endif
 };
 
+void sendEachSignal(CRecorder& first, CRecorder& second);
+
 TEST(CSystemSignalReceiver, TellsEveryListenerOfEachSignalOnItsThread) {
   P<CSystemSignalReceiver> receiver = CSystemSignalReceiver::get();
-  ASSERT_TRUE(receiver->isActive()) << "installing failed";
   P<CRecorder> first = newP<CRecorder>(), second = newP<CRecorder>();
   P<CThrower> thrower = newP<CThrower>();
-  ScopedListeners scope({first.get(), thrower.get(), second.get(), first.get()});
-  EXPECT_EQ(receiver->getListenerCount(), 3);  // the second add of first counts once
+  {
+    ScopedListeners scope({first.get(), thrower.get(), second.get(), first.get()});
+    ASSERT_TRUE(receiver->isActive()) << "installing failed";
+    EXPECT_EQ(receiver->getListenerCount(), 3);  // the second add of first counts once
+    sendEachSignal(*first, *second);
+  }
+  // Without listeners the thread is gone again.
+  EXPECT_FALSE(receiver->isActive());
+  EXPECT_EQ(receiver->getListenerCount(), 0);
+}
+
+void sendEachSignal(CRecorder& first, CRecorder& second) {
 #ifdef _WIN32
   if (!CWindowsThreadedGlobalMessageReceiver::get()->hasMessageWindow())
     GTEST_SKIP() << "no hidden window: this system cannot create windows (Wine without a display)";
@@ -138,12 +149,12 @@ TEST(CSystemSignalReceiver, TellsEveryListenerOfEachSignalOnItsThread) {
     expected.push_back(c.expected);
     ASSERT_EQ(raise(c.sig), 0);
 #endif
-    ASSERT_TRUE(first->reached(expected.size()));
-    ASSERT_TRUE(second->reached(expected.size()));
+    ASSERT_TRUE(first.reached(expected.size()));
+    ASSERT_TRUE(second.reached(expected.size()));
   }
-  EXPECT_EQ(first->signals(), expected);
-  EXPECT_EQ(second->signals(), expected);
-  std::vector<unsigned long long> threads = first->threads();
+  EXPECT_EQ(first.signals(), expected);
+  EXPECT_EQ(second.signals(), expected);
+  std::vector<unsigned long long> threads = first.threads();
   for (unsigned long long id : threads) {
     EXPECT_EQ(id, threads.front());
     EXPECT_NE(id, CThread::getCurrentID());
