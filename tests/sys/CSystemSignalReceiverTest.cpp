@@ -195,10 +195,11 @@ char const kChildFilter[] = "--gtest_filter=CSystemSignalReceiver.ChildForThePar
 // process ends by it. After _deinit() the old dispositions are back.
 TEST(CSystemSignalReceiver, ChildForTheParentProcess) {
   std::vector<String> const args = CProcess::getCurrentArguments();
-  if (args.size() < 3) GTEST_SKIP() << "runs only as the child process of the other CSystemSignalReceiver tests";
-  if (args[2] == u"raise-without-listener") {
+  if (args.size() < 3 || !args[2].StartsWith(u"qo-signal-child:"))
+    GTEST_SKIP() << "runs only as the child process of the other CSystemSignalReceiver tests";
+  if (args[2] == u"qo-signal-child:raise-without-listener") {
     raise(SIGTERM);
-  } else if (args[2] == u"deinit") {
+  } else if (args[2] == u"qo-signal-child:deinit") {
     CSystemSignalReceiver::get()->_deinit();
     if (CSystemSignalReceiver::get()->isActive()) return;  // exit code 0: failure seen by the parent
     for (int sig : {SIGINT, SIGTERM, SIGHUP}) {
@@ -215,7 +216,7 @@ TEST(CSystemSignalReceiver, WithoutListenerOrAfterDeinitTheSignalEndsTheProcess)
   struct {
     char16_t const* mode;
     int signal;
-  } const cases[] = {{u"raise-without-listener", SIGTERM}, {u"deinit", SIGHUP}};
+  } const cases[] = {{u"qo-signal-child:raise-without-listener", SIGTERM}, {u"qo-signal-child:deinit", SIGHUP}};
   for (auto const& c : cases) {
     SCOPED_TRACE(String(c.mode).toUTF8());
     P<CProcess> child = newP<CProcess>(CProcess::getCurrentExecutablePath(),
