@@ -52,7 +52,7 @@ class CWindowsThreadedGlobalMessageReceiver;
 class QO_API CSystemSignalReceiver : public CBase {
 public:
   /// What happened.
-  enum Signal {
+  enum Signal : int {
     Interrupt,      ///< Ctrl+C or Ctrl+Break, SIGINT
     Terminate,      ///< SIGTERM; the console window is being closed
     HangUp,         ///< SIGHUP: the terminal went away
