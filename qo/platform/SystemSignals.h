@@ -73,7 +73,8 @@ bool systemSignalsWaitReady(SystemSignalsHandle handle, int timeoutMillis);
 /// never on POSIX). Without it only the console events come.
 bool systemSignalsHaveWindow(SystemSignalsHandle handle);
 /// Makes systemSignalsRun return (also when it has not started yet: it
-/// then returns at once). Safe from any thread.
+/// then returns at once). Each stop ends one run, which consumes it; a
+/// later run starts unstopped. Safe from any thread.
 void systemSignalsStop(SystemSignalsHandle handle);
 /// Restores what was there before and frees the handle; systemSignalsRun
 /// must have returned. Null does nothing.

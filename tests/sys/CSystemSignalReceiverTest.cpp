@@ -161,6 +161,27 @@ void sendEachSignal(CRecorder& first, CRecorder& second) {
   }
 }
 
+// Each first listener starts the thread anew and each last one stops it; no
+// stop request outlives its run.
+TEST(CSystemSignalReceiver, ListenersComingAndGoingRestartTheThread) {
+  P<CRecorder> recorder = newP<CRecorder>();
+  for (std::size_t cycle = 1; cycle <= 3; ++cycle) {
+    SCOPED_TRACE(cycle);
+    {
+      ScopedListeners scope({recorder.get()});
+      EXPECT_TRUE(CSystemSignalReceiver::get()->isActive());
+#ifndef _WIN32
+      ASSERT_EQ(raise(SIGHUP), 0);
+      ASSERT_TRUE(recorder->reached(cycle));
+#endif
+    }
+    EXPECT_FALSE(CSystemSignalReceiver::get()->isActive());
+  }
+#ifndef _WIN32
+  EXPECT_EQ(recorder->signals(), std::vector<Signal>(3, CSystemSignalReceiver::HangUp));
+#endif
+}
+
 #ifdef _WIN32
 TEST(CSystemSignalReceiver, ConsoleControlEventIsAnInterrupt) {
   P<CRecorder> recorder = newP<CRecorder>();

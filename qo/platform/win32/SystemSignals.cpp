@@ -185,7 +185,11 @@ SysError systemSignalsRun(SystemSignalsHandle handle, SystemSignalSink sink, voi
   HANDLE const events[2] = {h.stopEvent, h.queueEvent};
   for (;;) {
     DWORD r = MsgWaitForMultipleObjects(2, events, FALSE, INFINITE, QS_ALLINPUT);
-    if (r == WAIT_OBJECT_0) break;
+    if (r == WAIT_OBJECT_0) {
+      // Each stop ends one run; the next run starts unstopped.
+      ResetEvent(h.stopEvent);
+      break;
+    }
     if (r == WAIT_OBJECT_0 + 1) {
       drainQueue(h);
     } else if (r == WAIT_OBJECT_0 + 2) {
@@ -206,6 +210,7 @@ SysError systemSignalsRun(SystemSignalsHandle handle, SystemSignalSink sink, voi
   if (sessionNotes) WTSUnRegisterSessionNotification(window);
   if (window) DestroyWindow(window);
   h.hasWindow.store(false);
+  ResetEvent(h.readyEvent);
   h.sink = nullptr;
   h.context = nullptr;
   return SysError();
