@@ -1,6 +1,8 @@
 // CSystemSignalReceiver with real signals: on Linux the process raises
 // SIGINT, SIGTERM and SIGHUP at itself; on Windows (Wine) the hidden
-// window gets the system's messages sent to it and the console a Ctrl+C.
+// window gets the system's messages sent to it (a console Ctrl+C is not
+// sent: on Windows it would reach every process of the console, the test
+// driver too).
 // Child processes of this executable check that without a listener a
 // signal still ends the process and that _deinit() restores the previous
 // dispositions.
@@ -182,15 +184,6 @@ TEST(CSystemSignalReceiver, ListenersComingAndGoingRestartTheThread) {
 #endif
 }
 
-#ifdef _WIN32
-TEST(CSystemSignalReceiver, ConsoleControlEventIsAnInterrupt) {
-  P<CRecorder> recorder = newP<CRecorder>();
-  ScopedListeners scope({recorder.get()});
-  if (!GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0)) GTEST_SKIP() << "no console to send Ctrl+C in (Wine without one)";
-  ASSERT_TRUE(recorder->reached(1));
-  EXPECT_EQ(recorder->signals().front(), CSystemSignalReceiver::Interrupt);
-}
-#endif
 
 TEST(CSystemSignalReceiver, NamesAndBadArguments) {
   struct {
