@@ -103,6 +103,8 @@ public:
   /// Drops all listeners, stops the thread and restores the signal
   /// dispositions and console handler that were there before.
   /// Idempotent; never throws. Thread-safe.
+  /// Not from inside a listener (the thread it runs on is the one it
+  /// ends).
   void _deinit() noexcept;
 
   /// "interrupt", "terminate", "hangUp", "logoff", "shutdown",

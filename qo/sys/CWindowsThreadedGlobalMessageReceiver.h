@@ -68,6 +68,8 @@ public:
   void setTakeOver(bool takeOver);
   /// Stops the thread and restores the previous signal dispositions and
   /// console handler. Idempotent; never throws. Thread-safe.
+  /// Not from inside a listener (the thread it runs on is the one it
+  /// ends).
   void _deinit() noexcept;
   /// True while the hooks are installed and the thread runs. Thread-safe.
   bool isActive() const;
