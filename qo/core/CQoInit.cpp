@@ -7,11 +7,11 @@
 #include "qo/core/CSafeGlobalSlot.h"
 #include "qo/platform/Debug.h"
 #include "qo/platform/ErrorMode.h"
-#include "qo/thread/CThreadList.h"
-#include "qo/thread/CThreadLocalStorageManager.h"
 #include "qo/sys/CSystemSignalReceiver.h"
 #include "qo/sys/CWindowsComInit.h"
 #include "qo/sys/CWindowsComSecurityInit.h"
+#include "qo/thread/CThreadList.h"
+#include "qo/thread/CThreadLocalStorageManager.h"
 #include "qo/util/CCachedEnvVars.h"
 
 namespace qo {
