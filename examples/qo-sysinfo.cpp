@@ -1,6 +1,6 @@
 // qo-sysinfo: what the library's system services see on this machine: the
 // operating system, the hardware, the current user, the known folders, the
-// volumes and the disks.
+// volumes and the disks, the power state and the decision for background work.
 //
 //   qo-sysinfo
 #include <cstdio>
@@ -11,13 +11,14 @@
 #include "qo/core/CQoInit.h"
 #include "qo/sys/CDeviceManager.h"
 #include "qo/sys/CKnownPaths.h"
+#include "qo/sys/CNotificationSettings.h"
+#include "qo/sys/CPowerState.h"
+#include "qo/sys/CStealthController.h"
 #include "qo/sys/CSystemAccountManager.h"
 #include "qo/sys/CSystemManager.h"
-#include "qo/sys/CVistaFeatures.h"
-#include "qo/sys/CNotificationSettings.h"
-#include "qo/sys/CStealthController.h"
 #include "qo/sys/CUsageMonitor.h"
 #include "qo/sys/CVisibleProcessMonitor.h"
+#include "qo/sys/CVistaFeatures.h"
 #include "qo/thread/CThread.h"
 
 namespace {
@@ -58,6 +59,17 @@ void showUsage() {
     std::vector<qo::CVisibleProcessMonitor::CEntry> const visible = qo::CVisibleProcessMonitor::snapshot();
     line("visible processes", std::to_string(visible.size()) +
                                   (qo::CVisibleProcessMonitor::anyFullScreen(visible) ? " (one full screen)" : ""));
+  });
+}
+
+void printPower() {
+  section("Power", [] {
+    qo::CPowerState power = qo::CPowerState::query();
+    line("source", qo::CPowerState::getSourceName(power.getSource()));
+    line("battery", power.hasBattery() ? (power.getBatteryPercent() >= 0 ? std::to_string(power.getBatteryPercent()) + "%"
+                                                                          : std::string("present"))
+                                       : std::string("none"));
+    if (power.hasBattery()) line("charging", power.isCharging());
   });
 }
 
@@ -123,6 +135,7 @@ int main() {
                                               (d.removable ? ", removable" : ""));
     }
   });
+  printPower();
   showUsage();
   return 0;
 }

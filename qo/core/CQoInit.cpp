@@ -8,6 +8,9 @@
 #include "qo/fs/CNetworkAutoMounter.h"
 #include "qo/platform/Debug.h"
 #include "qo/platform/ErrorMode.h"
+#include "qo/sys/CSystemSignalReceiver.h"
+#include "qo/sys/CWindowsComInit.h"
+#include "qo/sys/CWindowsComSecurityInit.h"
 #include "qo/thread/CThreadList.h"
 #include "qo/thread/CThreadLocalStorageManager.h"
 #include "qo/util/CCachedEnvVars.h"
@@ -39,7 +42,12 @@ CQoInit::CQoInitHelper::CQoInitHelper() {
   if (current == nullptr || std::strcmp(current, "C") == 0) std::setlocale(LC_ALL, "");
   // TODO(#7): prepare the calling thread for crash handling here.
   platform::suppressCriticalErrorDialogs();
+  // COM before its security, both before anything that may use COM; the
+  // signal receiver early, so that no notice is missed.
+  (void)CWindowsComInit::get();
+  (void)CWindowsComSecurityInit::get();
   (void)CThreadLocalStorageManager::get();
+  (void)CSystemSignalReceiver::get();
   (void)CCachedEnvVars::get();
 }
 

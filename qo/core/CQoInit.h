@@ -8,7 +8,11 @@
 // Construction creates the thread list, sets the C locale to the
 // environment's default when it is still "C" (a locale the application
 // chose stays), switches off the OS's critical-error dialogs, and creates the
-// singletons that must exist early (the thread-local storage manager).
+// singletons that must exist early, in this order: CWindowsComInit,
+// CWindowsComSecurityInit (COM and its security; nothing on Linux), the
+// thread-local storage manager, CSystemSignalReceiver (which leaves
+// interrupt and terminate as they were until a listener registers) and the
+// cached environment variables.
 // Destruction signals every library thread that must stop before the process
 // exits and waits for them up to 30000 ms in all (a warning goes to the
 // debugger output when some do not end), then disposes every singleton

@@ -52,6 +52,7 @@ String snipLine() { return CXMLWriter::getIndentString(1) + u"<snip />"; }
 // --- header factories --------------------------------------------------------
 
 CXMLLog::ISessionHeaderFactory::~ISessionHeaderFactory() = default;
+CXMLLog::IEntryListener::~IEntryListener() = default;
 
 CXMLLog::CDefaultSessionHeaderFactory::CDefaultSessionHeaderFactory(String const& id, String const& version,
                                                                     String const& edition)
@@ -236,6 +237,7 @@ String CXMLLog::formatTime(long long secondsSince1970) {
 void CXMLLog::writeEntry(LogLevel level, String const& text, long long const* time) {
   CProps const attributes = entryAttributes(level, time);
   CMutexLock lock(m_mutex);
+  notifyEntryListeners(level, text, nullptr, String());
   if (m_broken || !m_writer) return;
   m_writer->seekToEnd();
   throwFakeError();
@@ -248,6 +250,7 @@ void CXMLLog::writeComplexEntry(LogLevel level, CXMLElement const& element, Stri
                                 String const& context) {
   CProps const attributes = entryAttributes(level, nullptr);
   CMutexLock lock(m_mutex);
+  notifyEntryListeners(level, summary, &element, context);
   if (m_broken || !m_writer) return;
   m_writer->seekToEnd();
   throwFakeError();
@@ -512,6 +515,43 @@ void CXMLLog::setGlobalCreateFunc(CreateFunc createFunc) {
 void CXMLLog::disposeGlobalInstance() {
   detail::removeGlobalLogHook();
   g_globalLogSlot.dispose();
+}
+
+// --- entry listeners -----------------------------------------------------
+
+void CXMLLog::addEntryListener(IEntryListener* listener) {
+  if (!listener) return;
+  CMutexLock lock(m_mutex);
+  for (P<IEntryListener> const& l : m_entryListeners)
+    if (l.get() == listener) return;
+  P<IEntryListener> shared;
+  shared = listener;
+  m_entryListeners.push_back(shared);
+}
+
+void CXMLLog::removeEntryListener(IEntryListener* listener) {
+  P<IEntryListener> keep;  // released after the lock
+  CMutexLock lock(m_mutex);
+  for (auto it = m_entryListeners.begin(); it != m_entryListeners.end(); ++it) {
+    if (it->get() == listener) {
+      keep = *it;
+      m_entryListeners.erase(it);
+      return;
+    }
+  }
+}
+
+void CXMLLog::notifyEntryListeners(LogLevel level, String const& text, CXMLElement const* element,
+                                   String const& context) {
+  if (m_entryListeners.empty()) return;
+  std::vector<P<IEntryListener>> const listeners = m_entryListeners;
+  for (P<IEntryListener> const& l : listeners) {
+    try {
+      l->onLogEntry(level, text, element, context);
+    } catch (...) {
+      // A listener's failure must not cost the entry its place in the log.
+    }
+  }
 }
 
 }  // namespace qo

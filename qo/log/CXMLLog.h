@@ -55,6 +55,7 @@
 #define QO_LOG_CXMLLOG_H
 
 #include <exception>
+#include <vector>
 
 #include "qo/core/CBase.h"
 #include "qo/core/CError.h"
@@ -101,6 +102,20 @@ public:
     String m_id;
     String m_version;
     String m_edition;
+  };
+
+  /// Told of every entry given to the log, before it is written, also when
+  /// the log has no file, is closed or fails to write (so that a copy kept
+  /// elsewhere, such as the system's event log, does not depend on the
+  /// file). CEventLogMirror (qo/sys) is one.
+  class QO_API IEntryListener : public virtual IBase {
+  public:
+    ~IEntryListener() override;
+    /// A plain entry: its text, element null, context empty. A complex
+    /// entry: its summary, its element and its context. Called under the
+    /// log's lock, in the order of the entries; must not write to this log
+    /// and should not throw (what it throws is dropped).
+    virtual void onLogEntry(LogLevel level, String const& text, CXMLElement const* element, String const& context) = 0;
   };
 
   /// Makes the global log on first use (see setGlobalCreateFunc).
@@ -204,6 +219,12 @@ public:
   /// The complete document: while open the writer's data, afterwards the
   /// file's (readLogRaw), "" when there is none. Throws CIOError.
   String getXMLData() const;
+  /// Adds listener (shared; a second add of the same one is ignored).
+  /// Thread-safe.
+  void addEntryListener(IEntryListener* listener);
+  /// Removes listener; an unknown one is ignored. Once this returns it is
+  /// not called again. Thread-safe.
+  void removeEntryListener(IEntryListener* listener);
   /// Sets (cloned) or clears (null) the fake write error.
   void setFakeWriteError(CError const* error);
 
@@ -269,6 +290,7 @@ private:
   void shrinkIfNecessary();
   void throwFakeError() const;
   void openSession();
+  void notifyEntryListeners(LogLevel level, String const& text, CXMLElement const* element, String const& context);
 
   mutable CMutex m_mutex;
   P<CAppendableXMLWriter> m_writer;
@@ -283,6 +305,7 @@ private:
   bool m_noFile = false;
   bool m_checkOnOpen = true;
   bool m_closed = false;
+  std::vector<P<IEntryListener>> m_entryListeners;
 };
 
 }  // namespace qo

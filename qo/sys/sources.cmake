@@ -12,6 +12,14 @@ set(QO_SYS_CLASSES
   CSystemManager
   CSystemSettings
   CVistaFeatures
+  # system signals, power state, COM initialisation
+  CEventLogMirror
+  CSystemSignalReceiver
+  CWindowsThreadedGlobalMessageReceiver
+  CWindowsComInit
+  CWindowsComSecurityInit
+  CPowerState
+  CKeepAwakeRequest
 )
 list(APPEND QO_PLATFORM_SERVICES Process Accounts EventLog KnownPaths Registry)
 # advapi32: tokens, account names, the registry and the event log;
@@ -35,3 +43,7 @@ list(APPEND QO_SYS_CLASSES
 list(APPEND QO_PLATFORM_SERVICES Desktop Usage Wmi)
 # user32: windows and last input; ole32/oleaut32/wbemuuid: WMI over COM
 list(APPEND QO_WIN32_LIBS user32 oleaut32 wbemuuid)
+list(APPEND QO_PLATFORM_SERVICES SystemSignals Power Com)
+# user32: the hidden window of system messages; wtsapi32: session lock
+# notices; ole32: COM.
+list(APPEND QO_WIN32_LIBS user32 wtsapi32 ole32)
