@@ -1,0 +1,573 @@
+#include "qo/fs/CProxyFileSystem.h"
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "qo/core/CIOError.h"
+#include "qo/core/CInvalidArgError.h"
+#include "qo/log/logFunctions.h"
+#include "qo/stream/CDummyWriteBarrier.h"
+#include "qo/stream/IAlignedIOStream.h"
+#include "qo/thread/CBackgroundOpThread.h"
+#include "qo/thread/CMutexLock.h"
+#include "qo/thread/CSignal.h"
+#include "qo/thread/CThread.h"
+
+namespace qo {
+
+namespace {
+
+using Msg = CProxyFileSystemMessage;
+
+// The lock object of a proxy stream: releases the lock in the server when
+// it dies.
+class CProxyLock : public CBase, public IStreamLock {
+public:
+  CProxyLock(P<CProxyFileSystem> fs, long long generation, long long handle)
+      : m_fs(std::move(fs)), m_generation(generation), m_handle(handle) {}
+  ~CProxyLock() override {
+    Msg request(Msg::OpLockRelease);
+    request.handle = m_handle;
+    try {
+      m_fs->callOn(m_generation, request);
+    } catch (CError const&) {
+      // The connection is gone: the server released the lock with it.
+    }
+  }
+
+private:
+  P<CProxyFileSystem> m_fs;
+  long long m_generation, m_handle;
+};
+
+// A stream on a file open in the server.
+class CProxyStream : public CBase, public IAlignedIOStream {
+public:
+  CProxyStream(P<CProxyFileSystem> fs, long long generation, Msg const& opened)
+      : m_fs(std::move(fs)),
+        m_generation(generation),
+        m_handle(opened.handle),
+        m_uri(opened.uri),
+        m_positionAlign(std::max(1, opened.number)),
+        m_bufferAlign(std::max(1, opened.number2)),
+        m_bestAlign(static_cast<int>(std::max<long long>(1, opened.value2))) {}
+  ~CProxyStream() override {
+    try {
+      close();
+    } catch (CError const&) {
+    }
+  }
+
+  long long getLength() const override {
+    Msg request(Msg::OpStreamGetLength);
+    return const_cast<CProxyStream*>(this)->send(request)->value;
+  }
+  long long getPosition() const override { return m_position; }
+  CURI getURI() override { return m_uri; }
+  void seek(long long position) override {
+    checkOpen();
+    if (position < 0)
+      throw CIOError(CIOError::kSeekFailed, String(), props().addLong(u"position", static_cast<long>(position)));
+    m_position = position;
+  }
+  P<IStreamLock> lockRange(long long start, long long length, LockType type) override {
+    Msg request(Msg::OpStreamLock);
+    request.value = start;
+    request.value2 = length;
+    request.number = type == LockExclusive ? 1 : 0;
+    return newP<CProxyLock>(m_fs, m_generation, send(request)->handle);
+  }
+  void close() override {
+    if (m_closed) return;
+    m_closed = true;
+    Msg request(Msg::OpStreamClose);
+    request.handle = m_handle;
+    m_fs->callOn(m_generation, request);
+  }
+
+  void read(void* buffer, int size) override {
+    int const got = readLax(buffer, size);
+    if (got < size)
+      throw CIOError(CIOError::kUnexpectedEOF, String(),
+                     props().addLong(u"bytesRead", got).addLong(u"toRead", size).addLong(u"readPosition", static_cast<long>(m_position)));
+  }
+  int readLax(void* buffer, int size) override {
+    if (size < 0) throw CInvalidArgError(u"CProxyStream::readLax", u"negative size");
+    int done = 0;
+    while (done < size) {
+      Msg request(Msg::OpStreamRead);
+      request.value = m_position;
+      request.number = std::min(size - done, CProxyFileSystem::kTransferSize);
+      P<Msg> answer = send(request);
+      int const n = static_cast<int>(std::min<std::size_t>(answer->data.size(), static_cast<std::size_t>(request.number)));
+      if (n > 0) std::memcpy(static_cast<unsigned char*>(buffer) + done, answer->data.data(), static_cast<std::size_t>(n));
+      done += n;
+      m_position += n;
+      if (n < request.number) break;
+    }
+    return done;
+  }
+  int readAvailable(void* buffer, int size) override { return readLax(buffer, size); }
+  bool waitReadable(int) const override { return true; }
+  bool isEndOfStream() const override { return m_position >= getLength(); }
+  int isEndOfStream_NonBlocking() const override { return isEndOfStream() ? 1 : 0; }
+
+  void write(void const* data, int size, IWriteBarrier*) override {
+    if (size < 0) throw CInvalidArgError(u"CProxyStream::write", u"negative size");
+    auto const* bytes = static_cast<unsigned char const*>(data);
+    int done = 0;
+    do {
+      int const n = std::min(size - done, CProxyFileSystem::kTransferSize);
+      Msg request(Msg::OpStreamWrite);
+      request.value = m_position;
+      request.data.assign(bytes + done, bytes + done + n);
+      send(request);
+      done += n;
+      m_position += n;
+    } while (done < size);
+  }
+  void writeKeepBuffer(TConstBufferSlice<unsigned char> const& data, IWriteBarrier* barrier) override {
+    write(data.getData(), static_cast<int>(data.getLength()), barrier);
+  }
+  P<IWriteBarrier> createWriteBarrier(IWriteBarrier*) override {
+    flush();
+    return newP<CDummyWriteBarrier>();
+  }
+  void flush() override { send(Msg(Msg::OpStreamFlush)); }
+  void setLength(long long length) override {
+    Msg request(Msg::OpStreamSetLength);
+    request.value = length;
+    send(request);
+  }
+
+  int getPositionAlign() override { return m_positionAlign; }
+  int getBufferAlign() override { return m_bufferAlign; }
+  int getBestPerformancePositionAlign() override { return m_bestAlign; }
+
+private:
+  CProps props() const { return CProps().add(CIOError::paramURI(), m_uri.toString(true)); }
+  void checkOpen() const {
+    if (m_closed) throw CIOError(CIOError::kStreamClosed, String(), props());
+  }
+  P<Msg> send(Msg request) {
+    checkOpen();
+    request.handle = m_handle;
+    return m_fs->callOn(m_generation, request);
+  }
+
+  P<CProxyFileSystem> m_fs;
+  long long const m_generation, m_handle;
+  CURI const m_uri;
+  int const m_positionAlign, m_bufferAlign, m_bestAlign;
+  long long m_position = 0;
+  bool m_closed = false;
+};
+
+// Folder entries fetched in batches.
+class CProxyFolderIterator : public CBase, public IFolderContentsIterator {
+public:
+  CProxyFolderIterator(P<CProxyFileSystem> fs, long long generation, long long handle)
+      : m_fs(std::move(fs)), m_generation(generation), m_handle(handle) {}
+  ~CProxyFolderIterator() override {
+    if (m_ended) return;
+    Msg request(Msg::OpFolderClose);
+    request.handle = m_handle;
+    try {
+      m_fs->callOn(m_generation, request);
+    } catch (CError const&) {
+    }
+  }
+  bool getNext(P<IFileInfoBase>& out) override {
+    while (m_next >= m_batch.size()) {
+      if (m_ended) {
+        out.reset();
+        return false;
+      }
+      Msg request(Msg::OpFolderNext);
+      request.handle = m_handle;
+      P<Msg> answer = m_fs->callOn(m_generation, request);
+      m_batch = std::move(answer->infos);
+      m_next = 0;
+      m_ended = answer->flag;
+    }
+    out = m_batch[m_next++];
+    return true;
+  }
+
+private:
+  P<CProxyFileSystem> m_fs;
+  long long const m_generation, m_handle;
+  std::vector<P<IFileInfoBase>> m_batch;
+  std::size_t m_next = 0;
+  bool m_ended = false;
+};
+
+// Collects meta changes and sends them at commit().
+class CProxyMetaModifier : public CBase, public IFileMetaModifier {
+public:
+  CProxyMetaModifier(P<CProxyFileSystem> fs, CURI const& uri, bool followLinks) : m_fs(std::move(fs)), m_request(Msg::OpCommitMeta) {
+    m_request.uri = uri;
+    m_request.flag = followLinks;
+  }
+  void setCreationTime(CTime time) override { m_request.meta.creation = time; }
+  void setLastWriteTime(CTime time) override { m_request.meta.lastWrite = time; }
+  void setLastAccessTime(CTime time) override { m_request.meta.lastAccess = time; }
+  void setAttributes(TFlags<IFileInfoBase::Attribute> attributes) override {
+    m_request.meta.hasAttributes = true;
+    m_request.meta.attributes = static_cast<long long>(attributes.getRaw());
+  }
+  void setPosixMode(int mode) override {
+    m_request.meta.hasMode = true;
+    m_request.meta.mode = mode;
+  }
+  void commit() override { m_fs->call(m_request); }
+
+private:
+  P<CProxyFileSystem> m_fs;
+  Msg m_request;
+};
+
+CIOError lostError(String const& name, char const* action, CError const& cause) {
+  return CIOError(CIOError::kReadFailed, u"The connection to the proxy file-system server was lost.",
+                  CProps().add(u"name", name).add(u"action", String::fromUTF8(action)), &cause);
+}
+
+}  // namespace
+
+// The local handle of an operation running in the server; the poll thread
+// finishes it.
+class CProxyFileSystem::CRemoteOp : public CBackgroundOpThread::CJob {
+public:
+  explicit CRemoteOp(IDoneListener* listener) : CJob(listener) {}
+  void run(void*, CBackgroundOpThread*) override {}
+
+protected:
+  void dropReferences() noexcept override {}
+};
+
+class CProxyFileSystem::CPollThread : public CThread {
+public:
+  explicit CPollThread(CProxyFileSystem* fs) : m_fs(fs) { setThreadName(u"qo.proxyFS.bgOpPoll"); }
+  void signalStop() override {
+    CThread::signalStop();
+    m_wake.set();
+  }
+  void wake() { m_wake.set(); }
+
+protected:
+  void runImpl() override {
+    // While operations are pending the server is asked every few ms;
+    // otherwise the thread sleeps until one is started.
+    while (checkContinue()) {
+      bool const pending = m_fs->pollOnce();
+      if (!checkContinue()) break;
+      if (m_wake.wait(pending ? 5 : -1)) m_wake.reset();
+    }
+  }
+
+private:
+  CProxyFileSystem* m_fs;  // outlives the thread: its destructor stops it
+  CSignal m_wake;
+};
+
+CProxyFileSystem::CProxyFileSystem(String const& name, int connectTimeoutMs)
+    : m_name(name), m_connectTimeoutMs(connectTimeoutMs) {
+  m_connection = CIPCConnection::connect(m_name, m_connectTimeoutMs, Msg::kVersion);
+  m_generation = 1;
+}
+
+CProxyFileSystem::~CProxyFileSystem() {
+  try {
+    if (m_pollThread) m_pollThread->stop(false);
+    if (m_storeWorker) m_storeWorker->stop(false);
+  } catch (...) {
+  }
+  disconnect();
+}
+
+void CProxyFileSystem::disconnect() {
+  {
+    CMutexLock lock(m_mutex);
+    if (m_connection) m_connection->close();
+    m_connection.reset();
+  }
+  failPendingOps(CIOError(CIOError::kReadFailed, u"The proxy file system was disconnected.", CProps().add(u"name", m_name)));
+}
+
+void CProxyFileSystem::failPendingOps(CError const& error) noexcept {
+  std::map<long long, P<CRemoteOp>> pending;
+  {
+    CMutexLock lock(m_mutex);
+    pending.swap(m_pendingOps);
+  }
+  for (auto& entry : pending) entry.second->finish(&error);
+}
+
+P<CProxyFileSystemMessage> CProxyFileSystem::callLocked(CProxyFileSystemMessage const& request) {
+  if (!m_connection) {
+    m_connection = CIPCConnection::connect(m_name, m_connectTimeoutMs, Msg::kVersion);
+    ++m_generation;
+  }
+  std::vector<unsigned char> bytes;
+  request.writeRequest(bytes);
+  std::vector<unsigned char> answer;
+  try {
+    answer = m_connection->call(bytes);
+  } catch (CError const& e) {
+    m_connection->close();
+    m_connection.reset();
+    throw lostError(m_name, Msg::opName(request.op), e);
+  }
+  return Msg::readAnswer(answer, request.op);
+}
+
+P<CProxyFileSystemMessage> CProxyFileSystem::call(CProxyFileSystemMessage const& request, long long* generation) {
+  P<Msg> answer;
+  P<CError> lost;
+  {
+    CMutexLock lock(m_mutex);
+    try {
+      answer = callLocked(request);
+      if (generation) *generation = m_generation;
+    } catch (CError const& e) {
+      if (m_connection) throw;
+      lost = e.clone();  // no connection any more: what waits on it fails too
+    }
+  }
+  if (lost) {
+    failPendingOps(*lost);
+    lost->throwClone();
+  }
+  if (answer->error) answer->error->throwClone();
+  return answer;
+}
+
+P<CProxyFileSystemMessage> CProxyFileSystem::callOn(long long generation, CProxyFileSystemMessage const& request) {
+  {
+    CMutexLock lock(m_mutex);
+    if (!m_connection || m_generation != generation)
+      throw CIOError(CIOError::kStreamClosed, u"The connection to the proxy file-system server was lost.",
+                     CProps().add(u"name", m_name).add(u"action", String::fromUTF8(Msg::opName(request.op))));
+  }
+  return call(request);
+}
+
+P<IBackgroundOp> CProxyFileSystem::startRemoteOp(CProxyFileSystemMessage const& request, IDoneListener* listener) {
+  P<CRemoteOp> op = newP<CRemoteOp>(listener);
+  CMutexLock lock(m_mutex);
+  P<Msg> answer = callLocked(request);
+  if (answer->error) answer->error->throwClone();
+  m_pendingOps[answer->handle] = op;
+  if (!m_pollThread) {
+    m_pollThread = newP<CPollThread>(this);
+    m_pollThread->start();
+  }
+  m_pollThread->wake();
+  return op;
+}
+
+bool CProxyFileSystem::pollOnce() {
+  std::vector<std::pair<P<CRemoteOp>, P<CError>>> ended;
+  {
+    CMutexLock lock(m_mutex);
+    if (m_pendingOps.empty()) return false;
+    P<Msg> answer;
+    try {
+      answer = callLocked(Msg(Msg::OpBgPoll));
+    } catch (CError const& e) {
+      std::map<long long, P<CRemoteOp>> pending;
+      pending.swap(m_pendingOps);
+      for (auto& entry : pending) ended.emplace_back(entry.second, e.clone());
+      answer.reset();
+    }
+    if (answer && answer->error) {
+      logWarning(u"proxy file system: polling background operations failed: " + answer->error->getDesc());
+    } else if (answer) {
+      for (Msg::Ended const& e : answer->ended) {
+        auto it = m_pendingOps.find(e.handle);
+        if (it == m_pendingOps.end()) continue;
+        ended.emplace_back(it->second, e.error);
+        m_pendingOps.erase(it);
+      }
+    }
+  }
+  for (auto& entry : ended) entry.first->finish(entry.second.get());
+  CMutexLock lock(m_mutex);
+  return !m_pendingOps.empty();
+}
+
+P<IBackgroundOp> CProxyFileSystem::backgroundStore(CURI const& target, long long length, IInStream* source,
+                                                   bool overwrite, IDoneListener* listener) {
+  if (!source || length < -1)
+    throw CInvalidArgError(u"CProxyFileSystem::backgroundStore", u"a source and a length of -1 or more are needed");
+  CMutexLock lock(m_mutex);
+  if (!m_storeWorker) {
+    m_storeWorker = newP<CBackgroundOpThread>();
+    m_storeWorker->start();
+  }
+  return m_storeWorker->addStoreJob(this, target, length, source, overwrite, listener);
+}
+
+P<IBackgroundOp> CProxyFileSystem::backgroundCreateFolder(CURI const& uri, int options, IDoneListener* listener) {
+  Msg request(Msg::OpBgCreateFolder);
+  request.uri = uri;
+  request.number = options;
+  return startRemoteOp(request, listener);
+}
+
+P<IBackgroundOp> CProxyFileSystem::backgroundMoveFileOrFolder(CURI const& from, CURI const& to, bool overwrite,
+                                                              IDoneListener* listener) {
+  Msg request(Msg::OpBgMove);
+  request.uri = from;
+  request.uri2 = to;
+  request.flag = overwrite;
+  return startRemoteOp(request, listener);
+}
+
+P<IBackgroundOp> CProxyFileSystem::backgroundDeleteFile(CURI const& uri, IDoneListener* listener) {
+  Msg request(Msg::OpBgDelete);
+  request.uri = uri;
+  return startRemoteOp(request, listener);
+}
+
+namespace {
+
+Msg uriRequest(Msg::Op op, CURI const& uri) {
+  Msg request(op);
+  request.uri = uri;
+  return request;
+}
+
+Msg twoRequest(Msg::Op op, CURI const& uri, CURI const& uri2, bool flag = false) {
+  Msg request(op);
+  request.uri = uri;
+  request.uri2 = uri2;
+  request.flag = flag;
+  return request;
+}
+
+}  // namespace
+
+P<IFileInfoBase> CProxyFileSystem::getFileInfo(CURI const& uri, bool followLinks) {
+  Msg request = uriRequest(Msg::OpGetFileInfo, uri);
+  request.flag = followLinks;
+  P<Msg> answer = call(request);
+  if (!answer->info) throw CIOError(CIOError::kCorruptData, u"The proxy server sent no file information.");
+  return answer->info;
+}
+
+P<IFileMetaModifier> CProxyFileSystem::createMetaModifier(CURI const& uri, bool followLinks) {
+  return newP<CProxyMetaModifier>(P<CProxyFileSystem>(this), uri, followLinks);
+}
+
+long long CProxyFileSystem::getFileSectorSize(CURI const& uri) { return call(uriRequest(Msg::OpGetFileSectorSize, uri))->value; }
+
+P<IFolderContentsIterator> CProxyFileSystem::getFolderContents(CURI const& uri) {
+  long long generation = 0;
+  P<Msg> answer = call(uriRequest(Msg::OpFolderOpen, uri), &generation);
+  return newP<CProxyFolderIterator>(P<CProxyFileSystem>(this), generation, answer->handle);
+}
+
+P<IIOStream> CProxyFileSystem::openStream(CProxyFileSystemMessage const& request) {
+  long long generation = 0;
+  P<Msg> answer = call(request, &generation);
+  return newP<CProxyStream>(P<CProxyFileSystem>(this), generation, *answer);
+}
+
+P<IIOStream> CProxyFileSystem::createStream(CURI const& uri, IIOStream::Access access, TFlags<IIOStream::Flags> flags) {
+  Msg request = uriRequest(Msg::OpCreateStream, uri);
+  request.number = access;
+  request.number2 = static_cast<int>(flags.getRaw());
+  return openStream(request);
+}
+
+P<IIOStream> CProxyFileSystem::createSubDataStream(CURI const& uri, String const& name, IIOStream::Access access,
+                                                   TFlags<IIOStream::Flags> flags) {
+  Msg request = uriRequest(Msg::OpCreateSubDataStream, uri);
+  request.text = name;
+  request.number = access;
+  request.number2 = static_cast<int>(flags.getRaw());
+  return openStream(request);
+}
+
+void CProxyFileSystem::createFolder(CURI const& uri, int options) {
+  Msg request = uriRequest(Msg::OpCreateFolder, uri);
+  request.number = options;
+  call(request);
+}
+
+bool CProxyFileSystem::ensureFolderExists(CURI const& uri, int options) {
+  Msg request = uriRequest(Msg::OpEnsureFolderExists, uri);
+  request.number = options;
+  return call(request)->flag;
+}
+
+void CProxyFileSystem::ensureFileExists(CURI const& uri) { call(uriRequest(Msg::OpEnsureFileExists, uri)); }
+void CProxyFileSystem::createFileHardLink(CURI const& link, CURI const& target) {
+  call(twoRequest(Msg::OpCreateFileHardLink, link, target));
+}
+void CProxyFileSystem::createFolderHardLink(CURI const& link, CURI const& target) {
+  call(twoRequest(Msg::OpCreateFolderHardLink, link, target));
+}
+void CProxyFileSystem::createFileSymLink(CURI const& link, CURI const& target) {
+  call(twoRequest(Msg::OpCreateFileSymLink, link, target));
+}
+void CProxyFileSystem::createFolderSymLink(CURI const& link, CURI const& target) {
+  call(twoRequest(Msg::OpCreateFolderSymLink, link, target));
+}
+bool CProxyFileSystem::fileExists(CURI const& uri) { return call(uriRequest(Msg::OpFileExists, uri))->flag; }
+bool CProxyFileSystem::folderExists(CURI const& uri) { return call(uriRequest(Msg::OpFolderExists, uri))->flag; }
+bool CProxyFileSystem::pathExists(CURI const& uri) { return call(uriRequest(Msg::OpPathExists, uri))->flag; }
+bool CProxyFileSystem::quickCheckFolderAccessible(CURI const& uri) {
+  try {
+    return call(uriRequest(Msg::OpQuickCheckFolderAccessible, uri))->flag;
+  } catch (CError const&) {
+    return false;
+  }
+}
+bool CProxyFileSystem::isFolderEmpty(CURI const& uri) { return call(uriRequest(Msg::OpIsFolderEmpty, uri))->flag; }
+void CProxyFileSystem::deleteFile(CURI const& uri, bool ignoreMissing) {
+  Msg request = uriRequest(Msg::OpDeleteFile, uri);
+  request.flag = ignoreMissing;
+  call(request);
+}
+void CProxyFileSystem::deleteSymLink(CURI const& uri) { call(uriRequest(Msg::OpDeleteSymLink, uri)); }
+void CProxyFileSystem::deleteEmptyFolder(CURI const& uri, bool ignoreMissing) {
+  Msg request = uriRequest(Msg::OpDeleteEmptyFolder, uri);
+  request.flag = ignoreMissing;
+  call(request);
+}
+void CProxyFileSystem::unlinkFolder(CURI const& uri) { call(uriRequest(Msg::OpUnlinkFolder, uri)); }
+CURI CProxyFileSystem::getVolumeRootPath(CURI const& uri) { return call(uriRequest(Msg::OpGetVolumeRootPath, uri))->uri; }
+CURI CProxyFileSystem::createUniqueFilename(CURI const& folder, String const& name) {
+  Msg request = uriRequest(Msg::OpCreateUniqueFilename, folder);
+  request.text = name;
+  return call(request)->uri;
+}
+CURI CProxyFileSystem::createUniqueFolderName(CURI const& folder, String const& name) {
+  Msg request = uriRequest(Msg::OpCreateUniqueFolderName, folder);
+  request.text = name;
+  return call(request)->uri;
+}
+void CProxyFileSystem::moveFileOrFolder(CURI const& from, CURI const& to, bool overwrite) {
+  call(twoRequest(Msg::OpMoveFileOrFolder, from, to, overwrite));
+}
+void CProxyFileSystem::copyFile(CURI const& from, CURI const& to, bool overwrite) {
+  call(twoRequest(Msg::OpCopyFile, from, to, overwrite));
+}
+long long CProxyFileSystem::getFreeSpaceInFolder(CURI const& uri) {
+  return call(uriRequest(Msg::OpGetFreeSpaceInFolder, uri))->value;
+}
+String CProxyFileSystem::getAccountOrUserNameUsedForAccess(CURI const& uri) {
+  return call(uriRequest(Msg::OpGetAccountName, uri))->text;
+}
+P<IFileSystem::CNativeMetaData> CProxyFileSystem::getNativeMetaData(CURI const& uri, bool followLinks, String const& what) {
+  Msg request = uriRequest(Msg::OpGetNativeMetaData, uri);
+  request.flag = followLinks;
+  request.text = what;
+  P<Msg> answer = call(request);
+  return newP<CNativeMetaData>(answer->text, answer->data.data(), static_cast<long long>(answer->data.size()));
+}
+
+}  // namespace qo
