@@ -87,26 +87,12 @@ public:
   }
 
   void read(void* buffer, int size) override {
-    int const got = readLax(buffer, size);
-    if (got < size)
-      throw CIOError(CIOError::kUnexpectedEOF, String(),
-                     props().addLong(u"bytesRead", got).addLong(u"toRead", size).addLong(u"readPosition", static_cast<long>(m_position)));
+    if (size < 0) throw CInvalidArgError(u"CProxyStream::read", u"negative size");
+    transfer(buffer, size, true);
   }
   int readLax(void* buffer, int size) override {
     if (size < 0) throw CInvalidArgError(u"CProxyStream::readLax", u"negative size");
-    int done = 0;
-    while (done < size) {
-      Msg request(Msg::OpStreamRead);
-      request.value = m_position;
-      request.number = std::min(size - done, CProxyFileSystem::kTransferSize);
-      P<Msg> answer = send(request);
-      int const n = static_cast<int>(std::min<std::size_t>(answer->data.size(), static_cast<std::size_t>(request.number)));
-      if (n > 0) std::memcpy(static_cast<unsigned char*>(buffer) + done, answer->data.data(), static_cast<std::size_t>(n));
-      done += n;
-      m_position += n;
-      if (n < request.number) break;
-    }
-    return done;
+    return transfer(buffer, size, false);
   }
   int readAvailable(void* buffer, int size) override { return readLax(buffer, size); }
   bool waitReadable(int) const override { return true; }
@@ -146,6 +132,24 @@ public:
   int getBestPerformancePositionAlign() override { return m_bestAlign; }
 
 private:
+  // Reads size bytes in requests of at most kTransferSize; exact: the
+  // server's stream fails a short read itself.
+  int transfer(void* buffer, int size, bool exact) {
+    int done = 0;
+    while (done < size) {
+      Msg request(Msg::OpStreamRead);
+      request.value = m_position;
+      request.number = std::min(size - done, CProxyFileSystem::kTransferSize);
+      request.flag = exact;
+      P<Msg> answer = send(request);
+      int const n = static_cast<int>(std::min<std::size_t>(answer->data.size(), static_cast<std::size_t>(request.number)));
+      if (n > 0) std::memcpy(static_cast<unsigned char*>(buffer) + done, answer->data.data(), static_cast<std::size_t>(n));
+      done += n;
+      m_position += n;
+      if (n < request.number) break;
+    }
+    return done;
+  }
   CProps props() const { return CProps().add(CIOError::paramURI(), m_uri.toString(true)); }
   void checkOpen() const {
     if (m_closed) throw CIOError(CIOError::kStreamClosed, String(), props());
@@ -284,6 +288,11 @@ CProxyFileSystem::~CProxyFileSystem() {
   } catch (...) {
   }
   disconnect();
+}
+
+void CProxyFileSystem::setConnectTimeout(int timeoutMs) {
+  CMutexLock lock(m_mutex);
+  m_connectTimeoutMs = timeoutMs;
 }
 
 void CProxyFileSystem::disconnect() {
@@ -458,7 +467,7 @@ P<IFileInfoBase> CProxyFileSystem::getFileInfo(CURI const& uri, bool followLinks
 }
 
 P<IFileMetaModifier> CProxyFileSystem::createMetaModifier(CURI const& uri, bool followLinks) {
-  return newP<CProxyMetaModifier>(P<CProxyFileSystem>(this), uri, followLinks);
+  return newP<CProxyMetaModifier>(P<CProxyFileSystem>::share(this), uri, followLinks);
 }
 
 long long CProxyFileSystem::getFileSectorSize(CURI const& uri) { return call(uriRequest(Msg::OpGetFileSectorSize, uri))->value; }
@@ -466,13 +475,13 @@ long long CProxyFileSystem::getFileSectorSize(CURI const& uri) { return call(uri
 P<IFolderContentsIterator> CProxyFileSystem::getFolderContents(CURI const& uri) {
   long long generation = 0;
   P<Msg> answer = call(uriRequest(Msg::OpFolderOpen, uri), &generation);
-  return newP<CProxyFolderIterator>(P<CProxyFileSystem>(this), generation, answer->handle);
+  return newP<CProxyFolderIterator>(P<CProxyFileSystem>::share(this), generation, answer->handle);
 }
 
 P<IIOStream> CProxyFileSystem::openStream(CProxyFileSystemMessage const& request) {
   long long generation = 0;
   P<Msg> answer = call(request, &generation);
-  return newP<CProxyStream>(P<CProxyFileSystem>(this), generation, *answer);
+  return newP<CProxyStream>(P<CProxyFileSystem>::share(this), generation, *answer);
 }
 
 P<IIOStream> CProxyFileSystem::createStream(CURI const& uri, IIOStream::Access access, TFlags<IIOStream::Flags> flags) {

@@ -65,6 +65,9 @@ public:
   CProxyFileSystem(CProxyFileSystem const&) = delete;
   CProxyFileSystem& operator=(CProxyFileSystem const&) = delete;
 
+  /// How long a later reconnect waits for the server (-1: no limit).
+  /// Thread-safe.
+  void setConnectTimeout(int timeoutMs);
   /// Closes the connection (the server then releases this client's
   /// streams and locks); the next call connects again. Thread-safe.
   void disconnect();
@@ -131,7 +134,7 @@ private:
   P<IIOStream> openStream(CProxyFileSystemMessage const& request);
 
   String const m_name;
-  int const m_connectTimeoutMs;
+  int m_connectTimeoutMs;
   CMutex m_mutex;  // the connection and the fields below
   P<CIPCConnection> m_connection;
   long long m_generation = 0;

@@ -78,7 +78,7 @@ Layout const kLayouts[CProxyFileSystemMessage::OpCount] = {
     {"BgMove", "uvb", "h"},
     {"BgDelete", "u", "h"},
     {"BgPoll", "", "E"},
-    {"StreamRead", "hxn", "d"},
+    {"StreamRead", "hxnb", "d"},
     {"StreamWrite", "hxd", ""},
     {"StreamGetLength", "h", "x"},
     {"StreamSetLength", "hx", ""},
@@ -414,13 +414,15 @@ void CProxyFileSystemMessage::readFields(CDataInStream& in, char const* layout, 
 
 void CProxyFileSystemMessage::writeRequest(std::vector<unsigned char>& out) const {
   if (op <= OpNone || op >= OpCount) throw CInvalidArgError(u"CProxyFileSystemMessage::writeRequest", u"unknown operation");
-  CDataOutStream data(new CVectorOutStream(out));
+  P<CVectorOutStream> sink = newP<CVectorOutStream>(out);
+  CDataOutStream data(sink.get());
   data.writeInt32(kVersion).writeInt32(op);
   writeFields(data, kLayouts[op].request);
 }
 
 void CProxyFileSystemMessage::writeAnswer(std::vector<unsigned char>& out) const {
-  CDataOutStream data(new CVectorOutStream(out));
+  P<CVectorOutStream> sink = newP<CVectorOutStream>(out);
+  CDataOutStream data(sink.get());
   if (error) {
     data.writeUInt8(1);
     writeError(data, *error);
@@ -431,7 +433,8 @@ void CProxyFileSystemMessage::writeAnswer(std::vector<unsigned char>& out) const
 }
 
 P<CProxyFileSystemMessage> CProxyFileSystemMessage::readRequest(std::vector<unsigned char> const& in) {
-  CDataInStream data(new CVectorInStream(in));
+  P<CVectorInStream> source = newP<CVectorInStream>(in);
+  CDataInStream data(source.get());
   int const version = data.readInt32();
   if (version != kVersion)
     throw CIOError(CIOError::kBadVersion, String(), CProps().addLong(u"version", version).addLong(u"expected", kVersion));
@@ -445,7 +448,8 @@ P<CProxyFileSystemMessage> CProxyFileSystemMessage::readRequest(std::vector<unsi
 
 P<CProxyFileSystemMessage> CProxyFileSystemMessage::readAnswer(std::vector<unsigned char> const& in, Op operation) {
   if (operation <= OpNone || operation >= OpCount) corrupt("operation");
-  CDataInStream data(new CVectorInStream(in));
+  P<CVectorInStream> source = newP<CVectorInStream>(in);
+  CDataInStream data(source.get());
   P<CProxyFileSystemMessage> m = newP<CProxyFileSystemMessage>(operation);
   int const status = data.readUInt8();
   if (status == 1) {

@@ -49,7 +49,7 @@
 //   CreateUniqueFolderName us->u  MoveFileOrFolder uvb->  CopyFile uvb->
 //   GetFreeSpaceInFolder u->x  GetAccountName u->s  GetNativeMetaData ubs->sd
 //   CommitMeta ubM->  BgCreateFolder un->h  BgMove uvb->h  BgDelete u->h
-//   BgPoll ->E  StreamRead hxn->d (position, size)  StreamWrite hxd->
+//   BgPoll ->E  StreamRead hxnb->d (position, size, exact)  StreamWrite hxd->
 //   StreamGetLength h->x  StreamSetLength hx->  StreamFlush h->
 //   StreamLock hxyn->h (start, length, type)  LockRelease h->  StreamClose h->
 //

@@ -389,6 +389,10 @@ private:
         IIOStream& stream = *lookup(s.streams, in.handle);
         if (stream.getPosition() != in.value) stream.seek(in.value);
         out.data.resize(static_cast<std::size_t>(in.number));
+        if (in.flag) {  // exact: the stream's own short-read error
+          stream.read(out.data.data(), in.number);
+          break;
+        }
         int got = 0;
         while (got < in.number) {
           int const n = stream.readLax(out.data.data() + got, in.number - got);
