@@ -164,9 +164,12 @@ public:
       auto it = m_sessions.find(&connection);
       if (it == m_sessions.end()) return;
       session = it->second;
-      m_sessions.erase(it);
     }
+    // Counted until everything is released, so that a caller who sees the
+    // count drop finds the files free.
     session->end();
+    CMutexLock lock(m_mutex);
+    m_sessions.erase(&connection);
   }
 
   int sessionCount() const {

@@ -426,10 +426,10 @@ TEST(CProxyFileSystem, AConfinedClientCannotLeaveTheRoot) {
   P<CProxyFileSystem> fs = newP<CProxyFileSystem>(String::fromUTF8(name), 5000);
   EXPECT_EQ(readFile(*fs, root << u"mine"), "mine");
   String const rootText = root.toString(true);
-  // A backslash separates only on Windows; elsewhere "..\secret" is an
+  // Windows takes no backslash inside a URI's name; elsewhere "..\secret" is an
   // ordinary (missing) name inside the root.
 #ifdef _WIN32
-  int const backslash = CFileSystemError::kAccessDenied;
+  int const backslash = CFileSystemError::kUnservedURI;
 #else
   int const backslash = CFileSystemError::kNotFound;
 #endif
