@@ -141,9 +141,9 @@ private:
       request.value = m_position;
       request.number = std::min(size - done, CProxyFileSystem::kTransferSize);
       request.flag = exact;
-      P<Msg> answer = send(request);
-      int const n = static_cast<int>(std::min<std::size_t>(answer->data.size(), static_cast<std::size_t>(request.number)));
-      if (n > 0) std::memcpy(static_cast<unsigned char*>(buffer) + done, answer->data.data(), static_cast<std::size_t>(n));
+      checkOpen();
+      request.handle = m_handle;
+      int const n = m_fs->readOn(m_generation, request, static_cast<unsigned char*>(buffer) + done);
       done += n;
       m_position += n;
       if (n < request.number) break;
@@ -313,31 +313,37 @@ void CProxyFileSystem::failPendingOps(CError const& error) noexcept {
   for (auto& entry : pending) entry.second->finish(&error);
 }
 
-P<CProxyFileSystemMessage> CProxyFileSystem::callLocked(CProxyFileSystemMessage const& request) {
+std::vector<unsigned char> CProxyFileSystem::callLockedRaw(CProxyFileSystemMessage const& request) {
   if (!m_connection) {
     m_connection = CIPCConnection::connect(m_name, m_connectTimeoutMs, Msg::kVersion);
     ++m_generation;
   }
   std::vector<unsigned char> bytes;
   request.writeRequest(bytes);
-  std::vector<unsigned char> answer;
   try {
-    answer = m_connection->call(bytes);
+    return m_connection->call(bytes);
   } catch (CError const& e) {
     m_connection->close();
     m_connection.reset();
     throw lostError(m_name, Msg::opName(request.op), e);
   }
-  return Msg::readAnswer(answer, request.op);
 }
 
-P<CProxyFileSystemMessage> CProxyFileSystem::call(CProxyFileSystemMessage const& request, long long* generation) {
-  P<Msg> answer;
+P<CProxyFileSystemMessage> CProxyFileSystem::callLocked(CProxyFileSystemMessage const& request) {
+  return Msg::readAnswer(callLockedRaw(request), request.op);
+}
+
+std::vector<unsigned char> CProxyFileSystem::exchange(CProxyFileSystemMessage const& request, long long required,
+                                                      long long* generation) {
+  std::vector<unsigned char> answer;
   P<CError> lost;
   {
     CMutexLock lock(m_mutex);
+    if (required >= 0 && (!m_connection || m_generation != required))
+      throw CIOError(CIOError::kStreamClosed, u"The connection to the proxy file-system server was lost.",
+                     CProps().add(u"name", m_name).add(u"action", String::fromUTF8(Msg::opName(request.op))));
     try {
-      answer = callLocked(request);
+      answer = callLockedRaw(request);
       if (generation) *generation = m_generation;
     } catch (CError const& e) {
       if (m_connection) throw;
@@ -348,18 +354,34 @@ P<CProxyFileSystemMessage> CProxyFileSystem::call(CProxyFileSystemMessage const&
     failPendingOps(*lost);
     lost->throwClone();
   }
+  return answer;
+}
+
+P<CProxyFileSystemMessage> CProxyFileSystem::call(CProxyFileSystemMessage const& request, long long* generation) {
+  P<Msg> answer = Msg::readAnswer(exchange(request, -1, generation), request.op);
   if (answer->error) answer->error->throwClone();
   return answer;
 }
 
 P<CProxyFileSystemMessage> CProxyFileSystem::callOn(long long generation, CProxyFileSystemMessage const& request) {
-  {
-    CMutexLock lock(m_mutex);
-    if (!m_connection || m_generation != generation)
-      throw CIOError(CIOError::kStreamClosed, u"The connection to the proxy file-system server was lost.",
-                     CProps().add(u"name", m_name).add(u"action", String::fromUTF8(Msg::opName(request.op))));
+  P<Msg> answer = Msg::readAnswer(exchange(request, generation, nullptr), request.op);
+  if (answer->error) answer->error->throwClone();
+  return answer;
+}
+
+int CProxyFileSystem::readOn(long long generation, CProxyFileSystemMessage const& request, void* buffer) {
+  std::vector<unsigned char> const answer = exchange(request, generation, nullptr);
+  if (answer.size() >= 5 && answer[0] == 0) {
+    long long count = 0;
+    for (int i = 3; i >= 0; --i) count = (count << 8) | answer[1 + static_cast<std::size_t>(i)];
+    if (count > request.number || count != static_cast<long long>(answer.size()) - 5)
+      throw CIOError(CIOError::kCorruptData, u"The proxy server sent a bad read answer.");
+    if (count > 0) std::memcpy(buffer, answer.data() + 5, static_cast<std::size_t>(count));
+    return static_cast<int>(count);
   }
-  return call(request);
+  P<Msg> parsed = Msg::readAnswer(answer, request.op);
+  if (parsed->error) parsed->error->throwClone();
+  throw CIOError(CIOError::kCorruptData, u"The proxy server sent a bad read answer.");
 }
 
 P<IBackgroundOp> CProxyFileSystem::startRemoteOp(CProxyFileSystemMessage const& request, IDoneListener* listener) {

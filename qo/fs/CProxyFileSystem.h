@@ -35,6 +35,7 @@
 #define QO_FS_CPROXYFILESYSTEM_H
 
 #include <map>
+#include <vector>
 
 #include "qo/core/CBase.h"
 #include "qo/core/Export.h"
@@ -79,6 +80,10 @@ public:
   /// As call(), but only on the connection numbered generation: throws
   /// CIOError kind 10 when that connection is gone. Thread-safe.
   P<CProxyFileSystemMessage> callOn(long long generation, CProxyFileSystemMessage const& request);
+  /// As callOn() for a StreamRead request: the bytes go straight into
+  /// buffer (room for request.number bytes); returns their count.
+  /// Thread-safe.
+  int readOn(long long generation, CProxyFileSystemMessage const& request, void* buffer);
 
   P<IBackgroundOp> backgroundStore(CURI const& target, long long length, IInStream* source, bool overwrite,
                                    IDoneListener* listener) override;
@@ -127,6 +132,10 @@ private:
   class CRemoteOp;
   friend class CPollThread;
   P<CProxyFileSystemMessage> callLocked(CProxyFileSystemMessage const& request);
+  std::vector<unsigned char> callLockedRaw(CProxyFileSystemMessage const& request);
+  // Sends request (on connection number required unless it is -1) and
+  // returns the raw answer; a lost connection fails the pending operations.
+  std::vector<unsigned char> exchange(CProxyFileSystemMessage const& request, long long required, long long* generation);
   P<IBackgroundOp> startRemoteOp(CProxyFileSystemMessage const& request, IDoneListener* listener);
   // One poll of the server for ended operations; false when none is pending.
   bool pollOnce();

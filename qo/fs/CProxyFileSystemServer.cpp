@@ -148,12 +148,13 @@ public:
                                    .add(u"uri", in->uri.isEmpty() ? String() : in->uri.toString(true))
                                    .add(u"action", String::fromUTF8(Msg::opName(in->op)))
                                    .addLong(u"user", static_cast<long>(connection.getPeerUserId())));
-      dispatch(*session, *in, out);
+      if (dispatch(*session, *in, out, answer)) return;
     } catch (CError const& e) {
       out.error = e.clone();
     } catch (std::exception const& e) {
       out.error = CStdExceptionError::exceptionToError(&e);
     }
+    answer.clear();
     out.writeAnswer(answer);
   }
 
@@ -277,7 +278,9 @@ private:
     return *s.worker;
   }
 
-  void dispatch(Session& s, Msg const& in, Msg& out) {
+  // Does the request; true when it wrote the answer itself (a read, whose
+  // bytes go straight into the answer frame: status 0, count, bytes).
+  bool dispatch(Session& s, Msg const& in, Msg& out, std::vector<unsigned char>& answer) {
     IFileSystem& fs = *m_fs;
     confine(in.uri);
     confine(in.uri2.hasScheme() ? in.uri2 : CURI());
@@ -391,19 +394,22 @@ private:
                                  CProps().addLong(u"size", in.number));
         IIOStream& stream = *lookup(s.streams, in.handle);
         if (stream.getPosition() != in.value) stream.seek(in.value);
-        out.data.resize(static_cast<std::size_t>(in.number));
-        if (in.flag) {  // exact: the stream's own short-read error
-          stream.read(out.data.data(), in.number);
-          break;
-        }
+        answer.resize(5 + static_cast<std::size_t>(in.number));
+        unsigned char* const bytes = answer.data() + 5;
         int got = 0;
+        if (in.flag) {  // exact: the stream's own short-read error
+          stream.read(bytes, in.number);
+          got = in.number;
+        }
         while (got < in.number) {
-          int const n = stream.readLax(out.data.data() + got, in.number - got);
+          int const n = stream.readLax(bytes + got, in.number - got);
           if (n <= 0) break;
           got += n;
         }
-        out.data.resize(static_cast<std::size_t>(got));
-        break;
+        answer.resize(5 + static_cast<std::size_t>(got));
+        answer[0] = 0;
+        for (int i = 0; i < 4; ++i) answer[1 + static_cast<std::size_t>(i)] = static_cast<unsigned char>(got >> (8 * i));
+        return true;
       }
       case Msg::OpStreamWrite: {
         IIOStream& stream = *lookup(s.streams, in.handle);
@@ -432,6 +438,7 @@ private:
       }
       default: throw CIOError(CIOError::kCorruptData, u"Unknown proxy file-system operation.");
     }
+    return false;
   }
 
   P<IFileSystem> m_fs;

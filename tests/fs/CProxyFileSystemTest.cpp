@@ -144,7 +144,7 @@ std::vector<Scenario> const kScenarios = {
     {"listing across batches",
      [](IFileSystem& fs, CURI const& d) {
        fs.createFolder(d << u"many/", 0);
-       for (int i = 0; i < 300; ++i) fs.ensureFileExists(d << u"many" << String::fromUTF8("n" + std::to_string(i)));
+       for (int i = 0; i < 260; ++i) fs.ensureFileExists(d << u"many" << String::fromUTF8("n" + std::to_string(i)));
        std::set<std::string> names;
        P<IFolderContentsIterator> it = fs.getFolderContents(d << u"many/");
        P<IFileInfoBase> e;
