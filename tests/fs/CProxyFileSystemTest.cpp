@@ -283,7 +283,8 @@ TEST(CProxyFileSystem, ErrorsKeepClassAndFieldsAcrossTheWire) {
     renamed.insert(renamed.end(), bytes.begin() + 5 + static_cast<long>(original.size()), bytes.end());
     P<Msg> got = Msg::readAnswer(renamed, Msg::OpFileExists);
     ASSERT_TRUE(got->error);
-    EXPECT_EQ(typeNameOf(typeid(*got->error)), c.expected);
+    CError const& received = *got->error;
+    EXPECT_EQ(typeNameOf(typeid(received)), c.expected);
     EXPECT_EQ(got->error->getDesc(), sent.getDesc());
     EXPECT_EQ(got->error->getErrorCodeDomain(), sent.getErrorCodeDomain());
     EXPECT_EQ(got->error->getErrorCode(), sent.getErrorCode());
