@@ -17,6 +17,7 @@
 #include "qo/core/CIOError.h"
 #include "qo/core/CSystemError.h"
 #include "qo/core/TypeName.h"
+#include "qo/fs/CFileSystemHub.h"
 #include "qo/fs/CLocalFileSystem.h"
 #include "qo/fs/CProxyFileSystem.h"
 #include "qo/fs/CProxyFileSystemServer.h"
@@ -244,7 +245,9 @@ TEST(CProxyFileSystem, BehavesAsTheLocalFileSystemThroughAServerProcess) {
   test::TempFolder tmp("qo-proxyfs");
   ServerChild server;
   P<CLocalFileSystem> local = newP<CLocalFileSystem>();
-  P<CProxyFileSystem> proxy = newP<CProxyFileSystem>(String::fromUTF8(server.name), 20000);
+  // Through a hub, as programs use it.
+  P<CFileSystemHub> proxy = newP<CFileSystemHub>();
+  proxy->registerFileSystem(u"file", newP<CProxyFileSystem>(String::fromUTF8(server.name), 20000).get());
   int i = 0;
   for (Scenario const& s : kScenarios) {
     SCOPED_TRACE(s.name);
