@@ -283,7 +283,16 @@ private:
   bool dispatch(Session& s, Msg const& in, Msg& out, std::vector<unsigned char>& answer) {
     IFileSystem& fs = *m_fs;
     confine(in.uri);
-    confine(in.uri2.hasScheme() ? in.uri2 : CURI());
+    if (!in.uri2.isEmpty()) {
+      // A symbolic link's text may point anywhere (following it is checked
+      // when it is used); every other second object must lie in the root.
+      bool const linkText = in.op == Msg::OpCreateFileSymLink || in.op == Msg::OpCreateFolderSymLink;
+      if (in.uri2.hasScheme()) {
+        confine(in.uri2);
+      } else if (!linkText) {
+        confine(CURI(in.uri, in.uri2));
+      }
+    }
     switch (in.op) {
       case Msg::OpGetFileInfo: out.info = fs.getFileInfo(in.uri, in.flag); break;
       case Msg::OpGetFileSectorSize: out.value = fs.getFileSectorSize(in.uri); break;

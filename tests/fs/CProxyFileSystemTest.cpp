@@ -457,6 +457,23 @@ TEST(CProxyFileSystem, AConfinedClientCannotLeaveTheRoot) {
       EXPECT_EQ(CFileSystemError::getProblem(e.getParams()), route.second) << e.what();
     }
   }
+  // Nor can it pull an outside file in by a second name.
+  std::vector<std::pair<char const*, std::function<void()>>> const pulls = {
+      {"hard link", [&] { fs->createFileHardLink(root << u"hl", top << u"secret"); }},
+      {"relative hard link", [&] { fs->createFileHardLink(root << u"hl", CURI(u"../secret")); }},
+      {"copy", [&] { fs->copyFile(top << u"secret", root << u"copy", false); }},
+      {"move", [&] { fs->moveFileOrFolder(top << u"secret", root << u"moved", false); }},
+  };
+  for (auto const& pull : pulls) {
+    SCOPED_TRACE(pull.first);
+    try {
+      pull.second();
+      ADD_FAILURE() << "reached outside the root";
+    } catch (CError const& e) {
+      EXPECT_EQ(CFileSystemError::getProblem(e.getParams()), CFileSystemError::kAccessDenied) << e.what();
+    }
+  }
+  EXPECT_TRUE(local->fileExists(top << u"secret"));
   try {
     fs->deleteFile(root << u"mine", false);
     ADD_FAILURE() << "the policy did not refuse";
