@@ -3,7 +3,9 @@
 //
 // Checks: nothing crashes or allocates beyond the input's size; only
 // CError subclasses are thrown; a message that reads, written again, reads
-// back to the same bytes (the record format has one encoding per value).
+// back to the same bytes (the record format has one encoding per value);
+// the server's shortcut for writes accepts only requests the full reader
+// reads to the same fields.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -37,6 +39,15 @@ void checkStable(std::vector<unsigned char> const& written, bool request, Msg::O
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
   if (size > (1u << 16)) return 0;
   std::vector<unsigned char> const bytes(data, data + size);
+  // The write shortcut accepts only what the full reader reads the same way.
+  long long handle = 0, position = 0;
+  unsigned char const* payload = nullptr;
+  int payloadSize = 0;
+  if (Msg::peekStreamWrite(bytes, handle, position, payload, payloadSize)) {
+    qo::P<Msg> m = Msg::readRequest(bytes);  // must not throw
+    check(m->op == Msg::OpStreamWrite && m->handle == handle && m->value == position);
+    check(m->data == std::vector<unsigned char>(payload, payload + payloadSize));
+  }
   try {
     qo::P<Msg> m = Msg::readRequest(bytes);
     std::vector<unsigned char> written;

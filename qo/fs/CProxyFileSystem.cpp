@@ -105,10 +105,8 @@ public:
     int done = 0;
     do {
       int const n = std::min(size - done, CProxyFileSystem::kTransferSize);
-      Msg request(Msg::OpStreamWrite);
-      request.value = m_position;
-      request.data.assign(bytes + done, bytes + done + n);
-      send(request);
+      checkOpen();
+      m_fs->writeOn(m_generation, m_handle, m_position, bytes + done, n);
       done += n;
       m_position += n;
     } while (done < size);
@@ -314,18 +312,22 @@ void CProxyFileSystem::failPendingOps(CError const& error) noexcept {
 }
 
 std::vector<unsigned char> CProxyFileSystem::callLockedRaw(CProxyFileSystemMessage const& request) {
+  std::vector<unsigned char> bytes;
+  request.writeRequest(bytes);
+  return sendLocked(bytes, request.op);
+}
+
+std::vector<unsigned char> CProxyFileSystem::sendLocked(std::vector<unsigned char> const& bytes, int op) {
   if (!m_connection) {
     m_connection = CIPCConnection::connect(m_name, m_connectTimeoutMs, Msg::kVersion);
     ++m_generation;
   }
-  std::vector<unsigned char> bytes;
-  request.writeRequest(bytes);
   try {
     return m_connection->call(bytes);
   } catch (CError const& e) {
     m_connection->close();
     m_connection.reset();
-    throw lostError(m_name, Msg::opName(request.op), e);
+    throw lostError(m_name, Msg::opName(op), e);
   }
 }
 
@@ -335,15 +337,29 @@ P<CProxyFileSystemMessage> CProxyFileSystem::callLocked(CProxyFileSystemMessage 
 
 std::vector<unsigned char> CProxyFileSystem::exchange(CProxyFileSystemMessage const& request, long long required,
                                                       long long* generation) {
+  std::vector<unsigned char> bytes;
+  request.writeRequest(bytes);
+  return exchangeBytes(bytes, request.op, required, generation);
+}
+
+void CProxyFileSystem::writeOn(long long generation, long long handle, long long position, void const* data, int size) {
+  std::vector<unsigned char> bytes;
+  Msg::writeStreamWrite(bytes, handle, position, data, size);
+  P<Msg> answer = Msg::readAnswer(exchangeBytes(bytes, Msg::OpStreamWrite, generation, nullptr), Msg::OpStreamWrite);
+  if (answer->error) answer->error->throwClone();
+}
+
+std::vector<unsigned char> CProxyFileSystem::exchangeBytes(std::vector<unsigned char> const& bytes, int op,
+                                                           long long required, long long* generation) {
   std::vector<unsigned char> answer;
   P<CError> lost;
   {
     CMutexLock lock(m_mutex);
     if (required >= 0 && (!m_connection || m_generation != required))
       throw CIOError(CIOError::kStreamClosed, u"The connection to the proxy file-system server was lost.",
-                     CProps().add(u"name", m_name).add(u"action", String::fromUTF8(Msg::opName(request.op))));
+                     CProps().add(u"name", m_name).add(u"action", String::fromUTF8(Msg::opName(op))));
     try {
-      answer = callLockedRaw(request);
+      answer = sendLocked(bytes, op);
       if (generation) *generation = m_generation;
     } catch (CError const& e) {
       if (m_connection) throw;

@@ -84,6 +84,10 @@ public:
   /// buffer (room for request.number bytes); returns their count.
   /// Thread-safe.
   int readOn(long long generation, CProxyFileSystemMessage const& request, void* buffer);
+  /// Writes size bytes at data to the stream handle at position, on the
+  /// connection numbered generation, without copying them into a message.
+  /// Throws as callOn(). Thread-safe.
+  void writeOn(long long generation, long long handle, long long position, void const* data, int size);
 
   P<IBackgroundOp> backgroundStore(CURI const& target, long long length, IInStream* source, bool overwrite,
                                    IDoneListener* listener) override;
@@ -136,6 +140,9 @@ private:
   // Sends request (on connection number required unless it is -1) and
   // returns the raw answer; a lost connection fails the pending operations.
   std::vector<unsigned char> exchange(CProxyFileSystemMessage const& request, long long required, long long* generation);
+  std::vector<unsigned char> exchangeBytes(std::vector<unsigned char> const& bytes, int op, long long required,
+                                           long long* generation);
+  std::vector<unsigned char> sendLocked(std::vector<unsigned char> const& bytes, int op);
   P<IBackgroundOp> startRemoteOp(CProxyFileSystemMessage const& request, IDoneListener* listener);
   // One poll of the server for ended operations; false when none is pending.
   bool pollOnce();

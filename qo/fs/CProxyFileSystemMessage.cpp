@@ -432,6 +432,36 @@ void CProxyFileSystemMessage::writeAnswer(std::vector<unsigned char>& out) const
   if (op > OpNone && op < OpCount) writeFields(data, kLayouts[op].answer);
 }
 
+void CProxyFileSystemMessage::writeStreamWrite(std::vector<unsigned char>& out, long long handle, long long position,
+                                               void const* data, int size) {
+  if (size < 0) throw CInvalidArgError(u"CProxyFileSystemMessage::writeStreamWrite", u"negative size");
+  P<CVectorOutStream> sink = newP<CVectorOutStream>(out);
+  CDataOutStream stream(sink.get());
+  stream.writeInt32(kVersion).writeInt32(OpStreamWrite).writeInt64(handle).writeInt64(position).writeInt32(size);
+  auto const* bytes = static_cast<unsigned char const*>(data);
+  out.insert(out.end(), bytes, bytes + size);
+}
+
+bool CProxyFileSystemMessage::peekStreamWrite(std::vector<unsigned char> const& in, long long& handle,
+                                              long long& position, unsigned char const*& data, int& size) {
+  constexpr std::size_t kHeader = 4 + 4 + 8 + 8 + 4;
+  if (in.size() < kHeader) return false;
+  auto le = [&](std::size_t at, int bytes) {
+    unsigned long long v = 0;
+    for (int i = bytes - 1; i >= 0; --i) v = (v << 8) | in[at + static_cast<std::size_t>(i)];
+    return v;
+  };
+  if (le(0, 4) != static_cast<unsigned long long>(kVersion) || le(4, 4) != static_cast<unsigned long long>(OpStreamWrite))
+    return false;
+  unsigned long long const count = le(24, 4);
+  if (count > 0x7fffffffULL || count != in.size() - kHeader) return false;
+  handle = static_cast<long long>(le(8, 8));
+  position = static_cast<long long>(le(16, 8));
+  data = in.data() + kHeader;
+  size = static_cast<int>(count);
+  return true;
+}
+
 P<CProxyFileSystemMessage> CProxyFileSystemMessage::readRequest(std::vector<unsigned char> const& in) {
   P<CVectorInStream> source = newP<CVectorInStream>(in);
   CDataInStream data(source.get());

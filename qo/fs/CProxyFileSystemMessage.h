@@ -197,6 +197,16 @@ public:
   /// set. Throws as readRequest. Thread-safe.
   static P<CProxyFileSystemMessage> readAnswer(std::vector<unsigned char> const& in, Op op);
 
+  /// Appends a StreamWrite request of size bytes at data, exactly as
+  /// writeRequest() would write it, without copying the bytes into a
+  /// message first. Not thread-safe.
+  static void writeStreamWrite(std::vector<unsigned char>& out, long long handle, long long position,
+                               void const* data, int size);
+  /// True when in is a whole, well-formed StreamWrite request; then handle,
+  /// position and the bytes (pointing into in) are set. Thread-safe.
+  static bool peekStreamWrite(std::vector<unsigned char> const& in, long long& handle, long long& position,
+                              unsigned char const*& data, int& size);
+
   /// Writes the error record of e (with its causes). Not thread-safe.
   static void writeError(CDataOutStream& out, CError const& e);
   /// Reads an error record, rebuilding the class by the factories. Throws
