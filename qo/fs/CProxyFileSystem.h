@@ -89,8 +89,16 @@ public:
   /// Throws as callOn(). Thread-safe.
   void writeOn(long long generation, long long handle, long long position, void const* data, int size);
 
+  // --- IFileSystem: each operation is done by the server's file system,
+  // with its meaning of the bool and int arguments, and throws its errors
+  // (or the lost-connection CIOError). All thread-safe. ---------------------
+  /// Copies source on this client's "qo.bgOp" worker into a proxy stream
+  /// opened as the server's file system opens a store target. Throws
+  /// CInvalidArgError ("CProxyFileSystem::backgroundStore") for a null
+  /// source or a length below -1.
   P<IBackgroundOp> backgroundStore(CURI const& target, long long length, IInStream* source, bool overwrite,
                                    IDoneListener* listener) override;
+  /// Runs in the server; the poll thread finishes the returned operation.
   P<IBackgroundOp> backgroundCreateFolder(CURI const& uri, int options, IDoneListener* listener) override;
   P<IBackgroundOp> backgroundMoveFileOrFolder(CURI const& from, CURI const& to, bool overwrite,
                                               IDoneListener* listener) override;

@@ -167,18 +167,33 @@ public:
   explicit CProxyFileSystemMessage(Op op = OpNone);
   ~CProxyFileSystemMessage() override;
 
+  /// The operation.
   Op op;
+  /// Fields u and v: the object and the second object (link target, move
+  /// or copy target); in answers u is a resulting URI or a stream's URI.
   CURI uri, uri2;
+  /// Field s: a name, the "what" of native meta data, a format, an account.
   String text;
+  /// Field b: the operation's bool argument, or a bool result.
   bool flag = false;
+  /// Fields n and m: options, access and open flags, a size, a lock type,
+  /// alignment values.
   int number = 0, number2 = 0;
-  long long handle = 0, value = 0, value2 = 0;
+  /// Field h: the handle a request names, or the new handle of an answer.
+  long long handle = 0;
+  /// Fields x and y: positions, lengths and 64-bit results.
+  long long value = 0, value2 = 0;
+  /// Field d: bytes (read or written data, native meta data).
   std::vector<unsigned char> data;
+  /// Field i: one file info (null: none).
   P<IFileInfoBase> info;
+  /// Field I: folder entries.
   std::vector<P<IFileInfoBase>> infos;
+  /// Field M: meta data to change.
   Meta meta;
+  /// Field E: background operations that have ended.
   std::vector<Ended> ended;
-  /// Set in a failed answer.
+  /// Set in a failed answer: the error to rethrow.
   P<CError> error;
 
   /// The name of op ("GetFileInfo"), "?" for an unknown one. Thread-safe.
