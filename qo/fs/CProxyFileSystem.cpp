@@ -1,9 +1,14 @@
 #include "qo/fs/CProxyFileSystem.h"
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
 #include <cstring>
+#include <random>
 #include <vector>
 
+#include "qo/core/CFileSystemError.h"
 #include "qo/core/CIOError.h"
 #include "qo/core/CInvalidArgError.h"
 #include "qo/log/logFunctions.h"
@@ -230,6 +235,83 @@ private:
   Msg m_request;
 };
 
+// A name for a store's temporary file that CLocalFileSystem::isTemporaryName
+// knows: "~qo-", 16 hexadecimal digits, ".tmp"; random per process, then
+// counted and mixed.
+String temporaryName() {
+  static std::atomic<std::uint64_t> next{[] {
+    std::random_device device;
+    return ((static_cast<std::uint64_t>(device()) << 32) ^ device()) ^
+           static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
+  }()};
+  std::uint64_t x = next.fetch_add(0x9E3779B97F4A7C15ULL, std::memory_order_relaxed);
+  x ^= x >> 30, x *= 0xBF58476D1CE4E5B9ULL, x ^= x >> 27, x *= 0x94D049BB133111EBULL, x ^= x >> 31;
+  std::u16string digits(16, u'0');
+  for (std::size_t i = 0; i < digits.size(); ++i) digits[i] = u"0123456789abcdef"[(x >> (4 * i)) & 15];
+  return String(u"~qo-") + String(digits) + u".tmp";
+}
+
+// Stores a source of this process through the proxy as the local file
+// system does: into a temporary file beside the target, renamed over it
+// only when complete, so the target never holds a partial copy.
+class CProxyStoreJob : public CBackgroundOpThread::CJob {
+public:
+  CProxyStoreJob(P<IFileSystem> fs, CURI const& target, long long length, IInStream* source, bool overwrite,
+                 IDoneListener* listener)
+      : CJob(listener), m_fs(std::move(fs)), m_target(target), m_length(length), m_overwrite(overwrite) {
+    m_source = source;
+  }
+
+  void run(void*, CBackgroundOpThread*) override {
+    if (!m_overwrite && m_fs->pathExists(m_target))
+      throw CIOError(CIOError::kOpenFailed, String(),
+                     CProps()
+                         .add(CIOError::paramURI(), m_target.toString(true))
+                         .addLong(CFileSystemError::paramFileSysProblem(), CFileSystemError::kAlreadyExists));
+    CURI const temporary = m_target.getParent() << temporaryName();
+    P<IIOStream> out =
+        m_fs->createStream(temporary, IIOStream::AccessWriteOnly, {IIOStream::FlagCreate, IIOStream::FlagFailIfExists});
+    try {
+      std::vector<unsigned char> buffer(CProxyFileSystem::kTransferSize);
+      int const chunk = CProxyFileSystem::kTransferSize;
+      if (m_length < 0) {
+        while (int got = m_source->readLax(buffer.data(), chunk)) out->write(buffer.data(), got);
+      } else {
+        for (long long left = m_length; left > 0;) {
+          int const n = static_cast<int>(std::min<long long>(left, chunk));
+          m_source->read(buffer.data(), n);  // a short source fails the store
+          out->write(buffer.data(), n);
+          left -= n;
+        }
+      }
+      out->flush();
+      out->close();
+      m_fs->moveFileOrFolder(temporary, m_target, m_overwrite);
+    } catch (...) {
+      try {
+        out->close();
+        m_fs->deleteFile(temporary, true);
+      } catch (CError const&) {
+        // The first failure is the one to report.
+      }
+      throw;
+    }
+  }
+
+protected:
+  void dropReferences() noexcept override {
+    m_fs = nil;
+    m_source = nil;
+  }
+
+private:
+  P<IFileSystem> m_fs;
+  CURI const m_target;
+  long long const m_length;
+  bool const m_overwrite;
+  P<IInStream> m_source;
+};
+
 CIOError lostError(String const& name, char const* action, CError const& cause) {
   return CIOError(CIOError::kReadFailed, u"The connection to the proxy file-system server was lost.",
                   CProps().add(u"name", name).add(u"action", String::fromUTF8(action)), &cause);
@@ -453,7 +535,8 @@ P<IBackgroundOp> CProxyFileSystem::backgroundStore(CURI const& target, long long
     m_storeWorker = newP<CBackgroundOpThread>();
     m_storeWorker->start();
   }
-  return m_storeWorker->addStoreJob(this, target, length, source, overwrite, listener);
+  return m_storeWorker->addJob(
+      newP<CProxyStoreJob>(P<IFileSystem>::share(this), target, length, source, overwrite, listener));
 }
 
 P<IBackgroundOp> CProxyFileSystem::backgroundCreateFolder(CURI const& uri, int options, IDoneListener* listener) {

@@ -17,7 +17,7 @@
 // thread asks the server for their ends while any is pending and finishes
 // the local handle, which tells the listener once. backgroundStore reads
 // its source in this process, so its copy runs on this client's own
-// "qo.bgOp" worker and writes through a proxy stream.
+// "qo.bgOp" worker and writes through a proxy stream (see there).
 //
 // Faults: when the server goes away, the pending call and every later call
 // fail with CIOError kind 2 "The connection to the proxy file-system server
@@ -92,8 +92,12 @@ public:
   // --- IFileSystem: each operation is done by the server's file system,
   // with its meaning of the bool and int arguments, and throws its errors
   // (or the lost-connection CIOError). All thread-safe. ---------------------
-  /// Copies source on this client's "qo.bgOp" worker into a proxy stream
-  /// opened as the server's file system opens a store target. Throws
+  /// Copies source on this client's "qo.bgOp" worker, as the local file
+  /// system stores: into a new "~qo-<16 hex digits>.tmp" file beside target
+  /// through a proxy stream, flushed and then moved over target (removed
+  /// when anything fails), so target holds the old or the whole new data.
+  /// Without overwrite an existing target fails the job with CIOError kind
+  /// 1 and "fileSysProblem" 2 before the source is read. Throws
   /// CInvalidArgError ("CProxyFileSystem::backgroundStore") for a null
   /// source or a length below -1.
   P<IBackgroundOp> backgroundStore(CURI const& target, long long length, IInStream* source, bool overwrite,

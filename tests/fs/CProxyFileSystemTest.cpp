@@ -220,13 +220,25 @@ std::vector<Scenario> const kScenarios = {
        for (P<IBackgroundOp> const& op : {mk, del, st}) EXPECT_TRUE(op->waitFinished(10000));
        st->throwErrorIfFailed();
        std::string r = std::to_string(fs.folderExists(d << u"bg/")) + readFile(fs, d << u"stored");
-       try {
-         del->throwErrorIfFailed();
-       } catch (CError const& e) {
-         r += " " + typeNameOf(typeid(e)) + " " + std::to_string(CFileSystemError::getProblem(e.getParams()));
+       // Without overwrite an existing target stays as it is.
+       P<CBufferStream> other = newP<CBufferStream>();
+       other->write("other", 5);
+       other->seek(0);
+       P<IBackgroundOp> kept = fs.backgroundStore(d << u"stored", -1, other.get(), false, done.get());
+       EXPECT_TRUE(kept->waitFinished(10000));
+       for (P<IBackgroundOp> const& op : {del, kept}) {
+         try {
+           op->throwErrorIfFailed();
+         } catch (CError const& e) {
+           r += " " + typeNameOf(typeid(e)) + " " + std::to_string(e.getErrorCode()) + " " +
+                std::to_string(CFileSystemError::getProblem(e.getParams()));
+         }
        }
+       r += " " + readFile(fs, d << u"stored");
+       P<IFolderContentsIterator> it = fs.getFolderContents(d);
+       for (P<IFileInfoBase> e; it->getNext(e);) r += CLocalFileSystem::isTemporaryName(e->getName()) ? " temporary left" : "";
        // The listener is told after the done signal: wait for it by the op's count.
-       for (int i = 0; i < 1000 && done->m_calls < 3; ++i) CThread::yield(true);
+       for (int i = 0; i < 1000 && done->m_calls < 4; ++i) CThread::yield(true);
        return r + " calls " + std::to_string(done->m_calls) + " failed " + std::to_string(done->m_failed);
      }},
 };
