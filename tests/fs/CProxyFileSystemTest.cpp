@@ -13,6 +13,7 @@
 
 #include "../TempFolder.h"
 #include "../ipc/IPCTestSupport.h"
+#include "FakeFileSystem.h"
 #include "qo/core/CFileSystemError.h"
 #include "qo/core/CIOError.h"
 #include "qo/core/CSystemError.h"
@@ -24,6 +25,8 @@
 #include "qo/stream/CBufferStream.h"
 #include "qo/stream/CDataInStream.h"
 #include "qo/stream/CDummyOutStream.h"
+#include "qo/stream/CEnforcingIOStreamWrapper.h"
+#include "qo/stream/IAlignedStreamBase.h"
 #include "qo/sys/CProcess.h"
 #include "qo/thread/CSignal.h"
 #include "qo/thread/CThread.h"
@@ -207,6 +210,14 @@ std::vector<Scenario> const kScenarios = {
        s->seek(0);
        s->read(buf, 8);
        return r;
+     }},
+    {"alignment of an unbuffered stream",
+     [](IFileSystem& fs, CURI const& d) {
+       P<IIOStream> s = fs.createStream(d << u"al", IIOStream::AccessReadWrite,
+                                        {IIOStream::FlagCreate, IIOStream::FlagNoBuffering});
+       int position = 0, buffer = 0, best = 0;
+       IAlignedStreamBase::getAlignInfo(*s, position, buffer, best);
+       return std::to_string(position) + " " + std::to_string(buffer) + " " + std::to_string(best);
      }},
     {"background ops and their listener",
      [](IFileSystem& fs, CURI const& d) {
@@ -407,6 +418,37 @@ TEST(CProxyFileSystem, GarbageRequestsAreAnsweredWithAnErrorAndTheConnectionStay
   P<Msg> answer = Msg::readAnswer(c->call(bytes), Msg::OpFolderExists);
   EXPECT_FALSE(answer->error);
   EXPECT_TRUE(answer->flag);
+  server->stop();
+}
+
+// Streams that demand 512-byte positions and buffers, best in 4 KiB.
+class CAlignedFileSystem : public test::CFakeFileSystem {
+public:
+  P<IIOStream> createStream(CURI const&, IIOStream::Access, TFlags<IIOStream::Flags>) override {
+    return newP<CEnforcingIOStreamWrapper>(newP<CBufferStream>().get(), 512, 512, 4096);
+  }
+};
+
+TEST(CProxyFileSystem, StreamsReportTheRemoteAlignment) {
+  std::string const name = uniqueName("proxyfs");
+  P<CProxyFileSystemServer> server = newP<CProxyFileSystemServer>(newP<CAlignedFileSystem>());
+  server->listen(String::fromUTF8(name));
+  P<CProxyFileSystem> fs = newP<CProxyFileSystem>(String::fromUTF8(name), 5000);
+  P<IIOStream> s = fs->createStream(CURI(u"file:///x"), IIOStream::AccessReadWrite, Flags());
+  int position = 0, buffer = 0, best = 0;
+  IAlignedStreamBase::getAlignInfo(*s, position, buffer, best);
+  EXPECT_EQ(position, 512);
+  EXPECT_EQ(buffer, 512);
+  EXPECT_EQ(best, 4096);
+  // The server's stream enforces them too: kind 11 comes back whole.
+  std::vector<char> data(100);
+  try {
+    s->write(data.data(), 100);
+    ADD_FAILURE() << "an unaligned write passed";
+  } catch (CIOError const& e) {
+    EXPECT_EQ(e.getErrorCode(), CIOError::kPositionNotAligned) << e.what();
+  }
+  s.reset();
   server->stop();
 }
 
