@@ -497,16 +497,29 @@ struct Confined {
 
 TEST(CProxyFileSystem, AConfinedClientCannotFollowLinksOutOfTheRoot) {
   Confined c;
-  try {
-    c.local->createFileSymLink(c.root << u"filelink", CURI(u"../secret"));
-    c.local->createFolderSymLink(c.root << u"dirlink", CURI(u".."));
-    c.local->createFolderHardLink(c.root << u"junction", c.top);
-  } catch (CError const& e) {
-    GTEST_SKIP() << "this system makes no links here (Wine, unprivileged Windows): " << e.what();
-  }
   String const rootText = c.root.toString(true);
-  int const denied = CFileSystemError::kAccessDenied;
-  c.expectRefused({{rootText + u"filelink", denied}, {rootText + u"dirlink/secret", denied}, {rootText + u"junction/secret", denied}});
+  struct Link {
+    char const* kind;
+    std::function<void()> make;
+    String route;
+  } const links[] = {
+      {"file link", [&] { c.local->createFileSymLink(c.root << u"filelink", CURI(u"../secret")); }, rootText + u"filelink"},
+      {"folder link", [&] { c.local->createFolderSymLink(c.root << u"dirlink", CURI(u"..")); }, rootText + u"dirlink/secret"},
+      {"junction", [&] { c.local->createFolderHardLink(c.root << u"junction", c.top); }, rootText + u"junction/secret"},
+  };
+  std::vector<std::pair<String, int>> routes;
+  std::string missing;
+  for (Link const& link : links) {
+    try {
+      link.make();
+      routes.push_back({link.route, CFileSystemError::kAccessDenied});
+    } catch (CError const& e) {
+      missing += std::string(" ") + link.kind + ": " + e.what();  // Wine, unprivileged Windows accounts
+    }
+  }
+  if (routes.empty()) GTEST_SKIP() << "this system makes no links here:" << missing;
+  if (!missing.empty()) std::cerr << "not tested:" << missing << "\n";
+  c.expectRefused(routes);
 }
 
 TEST(CProxyFileSystem, AConfinedClientCannotLeaveTheRoot) {
