@@ -9,6 +9,7 @@
 #include <functional>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "../TempFolder.h"
@@ -419,6 +420,37 @@ TEST(CProxyFileSystem, GarbageRequestsAreAnsweredWithAnErrorAndTheConnectionStay
   EXPECT_FALSE(answer->error);
   EXPECT_TRUE(answer->flag);
   server->stop();
+}
+
+TEST(CProxyFileSystem, AnOperationPendingWhenTheServerGoesFailsOnce) {
+  P<test::CFakeFileSystem> fake = newP<test::CFakeFileSystem>();
+  P<CSignal> entered = newP<CSignal>(), release = newP<CSignal>();
+  fake->setHook([entered, release](std::string const& call) {
+    if (call.rfind("createFolder", 0) != 0) return;
+    entered->set();
+    (void)release->wait(20000);
+  });
+  std::string const name = uniqueName("proxyfs");
+  P<CProxyFileSystemServer> server = newP<CProxyFileSystemServer>(fake);
+  server->listen(String::fromUTF8(name));
+  P<CProxyFileSystem> fs = newP<CProxyFileSystem>(String::fromUTF8(name), 5000);
+  P<CDoneCounter> done = newP<CDoneCounter>();
+  P<IBackgroundOp> op = fs->backgroundCreateFolder(CURI(u"file:///x/"), 0, done.get());
+  ASSERT_TRUE(entered->wait(20000));  // running in the server now, held there
+  std::thread stopper([server] { server->stop(); });
+  EXPECT_TRUE(op->waitFinished(20000));
+  release->set();
+  stopper.join();
+  try {
+    op->throwErrorIfFailed();
+    ADD_FAILURE() << "the operation succeeded";
+  } catch (CIOError const& e) {
+    EXPECT_EQ(e.getMessage(), u"The connection to the proxy file-system server was lost.");
+  }
+  // The listener is told just after the done signal.
+  for (int i = 0; i < 5000 && done->m_calls < 1; ++i) CThread::yield(true);
+  EXPECT_EQ(done->m_calls, 1);
+  EXPECT_EQ(done->m_failed, 1);
 }
 
 // Streams that demand 512-byte positions and buffers, best in 4 KiB.
