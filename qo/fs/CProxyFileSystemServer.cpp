@@ -111,8 +111,12 @@ struct Session : CBase {
     streams.clear();
     folders.clear();
     if (worker) {
+      // Queued operations are dropped; one that is running finishes on its
+      // own, without holding up the end of the connection (the library's
+      // shutdown waits for it).
       try {
-        worker->stop(false);
+        worker->signalStop();
+        worker->detach(true);
       } catch (...) {
       }
       worker.reset();

@@ -7,7 +7,8 @@
 // the client goes away (it closed, crashed or was killed) the session's
 // locks are released, its streams closed and its queued background
 // operations dropped (each session runs them on its own "qo.bgOp" worker,
-// which is stopped; one already running finishes first).
+// which is told to stop; one already running finishes on its own, and the
+// library's shutdown waits for it).
 //
 // Errors of the served file system travel whole to the client (class,
 // message, domain, code, properties, cause). A request that cannot be read
