@@ -1,13 +1,5 @@
 #include "qo/fs/CProxyFileSystem.h"
 
-#include <algorithm>
-#include <atomic>
-#include <chrono>
-#include <cstdint>
-#include <cstring>
-#include <random>
-#include <vector>
-
 #include "qo/core/CFileSystemError.h"
 #include "qo/core/CIOError.h"
 #include "qo/core/CInvalidArgError.h"
@@ -18,6 +10,15 @@
 #include "qo/thread/CMutexLock.h"
 #include "qo/thread/CSignal.h"
 #include "qo/thread/CThread.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <vector>
+
 
 namespace qo {
 

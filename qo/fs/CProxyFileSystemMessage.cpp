@@ -1,10 +1,5 @@
 #include "qo/fs/CProxyFileSystemMessage.h"
 
-#include <cstring>
-#include <map>
-#include <string>
-#include <typeinfo>
-
 #include "qo/core/CBadCollPositionError.h"
 #include "qo/core/CBadPathError.h"
 #include "qo/core/CBadStateError.h"
@@ -27,6 +22,12 @@
 #include "qo/stream/CDummyWriteBarrier.h"
 #include "qo/thread/CMutex.h"
 #include "qo/thread/CMutexLock.h"
+
+#include <cstring>
+#include <map>
+#include <string>
+#include <typeinfo>
+
 
 namespace qo {
 

@@ -1,9 +1,5 @@
 #include "qo/fs/CProxyFileSystemServer.h"
 
-#include <deque>
-#include <map>
-#include <vector>
-
 #include "qo/core/CFileSystemError.h"
 #include "qo/core/CIOError.h"
 #include "qo/core/CInvalidArgError.h"
@@ -13,6 +9,11 @@
 #include "qo/thread/CBackgroundOpThread.h"
 #include "qo/thread/CMutex.h"
 #include "qo/thread/CMutexLock.h"
+
+#include <deque>
+#include <map>
+#include <vector>
+
 
 namespace qo {
 
