@@ -15,7 +15,8 @@
 // Background operations: backgroundCreateFolder, backgroundMoveFileOrFolder
 // and backgroundDeleteFile run in the server; the "qo.proxyFS.bgOpPoll"
 // thread asks the server for their ends while any is pending and finishes
-// the local handle, which tells the listener once. backgroundStore reads
+// the local handle, which tells the listener once (a listener must not drop
+// the last reference to the file system). backgroundStore reads
 // its source in this process, so its copy runs on this client's own
 // "qo.bgOp" worker and writes through a proxy stream (see there).
 //

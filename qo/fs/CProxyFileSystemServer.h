@@ -19,7 +19,9 @@
 // and junctions followed through the served file system's link targets) and
 // refused with CFileSystemError kAccessDenied (3) unless the result lies in
 // the resolved root. The served file system must then take "file" URIs of
-// this machine. A policy (setPolicy) sees each operation with the client's
+// this machine. The check and the operation are two steps: a link changed
+// in between by someone who may write inside the root is not seen, so
+// confine clients only to folders whose links they cannot change. A policy (setPolicy) sees each operation with the client's
 // user id (from the IPC layer) and may refuse it the same way.
 //
 //   P<CProxyFileSystemServer> server = newP<CProxyFileSystemServer>(newP<CLocalFileSystem>());
