@@ -51,6 +51,7 @@ char const kUsage[] =
     "                          beside TARGET_FOLDER); crash reports go to its folder\n"
     "      --max-log-size N    keep the log below N bytes (at least 10240)\n"
     "      --workers N         store N files at once (1 to 16, default 4)\n"
+    "      --via NAME          reach the files through the qo-fsd service NAME\n"
     "      --show-log PATH     print the session log PATH and exit\n"
     "  -h, --help              show this help and exit\n"
     "      --version           show the version and exit\n"
@@ -95,6 +96,7 @@ struct Arguments {
   std::vector<String> positional;
   String logPath;
   String showLogPath;
+  String via;
   long long maxLogSize = -1;
   int workers = 4;
   bool dryRun = false;
@@ -163,6 +165,9 @@ int parseArguments(std::vector<String> const& args, Arguments& out) {
         return usageError("--workers must be a number from 1 to 16");
       }
       out.workers = static_cast<int>(workers);
+    } else if (name == "--via") {
+      if (!takeValue() || value.isEmpty()) return usageError("--via needs a value");
+      out.via = value;
     } else if (name == "--log" || name == "--show-log" || name == "--max-log-size") {
       if (!takeValue() || value.isEmpty()) return usageError(name + " needs a value");
       if (name == "--log") {
@@ -176,7 +181,8 @@ int parseArguments(std::vector<String> const& args, Arguments& out) {
     } else {
       return usageError("unknown option " + name);
     }
-    if (hasValue && name != "--log" && name != "--show-log" && name != "--max-log-size" && name != "--workers") {
+    if (hasValue && name != "--log" && name != "--show-log" && name != "--max-log-size" && name != "--workers" &&
+        name != "--via") {
       return usageError(name + " takes no value");
     }
   }
@@ -244,8 +250,19 @@ int runBackup(Arguments const& args) {
   CURI const target = qo::CLocalFileSystem::toURI(targetPath, true);
 
   P<qo::CLocalFileSystem> local = qo::newP<qo::CLocalFileSystem>();
+  // With --via every file operation goes through a qo-fsd service, one
+  // connection per user of the file system.
+  auto fileSystem = [&]() -> P<qo::IFileSystem> {
+    if (args.via.isEmpty()) return local;
+    return qo::newP<qo::CProxyFileSystem>(args.via, 5000);
+  };
   P<qo::CFileSystemHub> hub = qo::newP<qo::CFileSystemHub>();
-  hub->registerFileSystem(u"file", local.get());
+  try {
+    hub->registerFileSystem(u"file", fileSystem().get());
+  } catch (std::exception const& e) {
+    std::fprintf(stderr, "qo-backup: cannot reach the file-system service: %s\n", qobackup::describe(e).c_str());
+    return kExitFailed;
+  }
 
   if (!hub->folderExists(source)) {
     return usageError("the source " + sourcePath.toUTF8Lossy() + " is not a folder");
@@ -333,11 +350,12 @@ int runBackup(Arguments const& args) {
   std::vector<P<qo::IFileSystem>> storeHubs;
   for (int i = 0; i < args.workers; ++i) {
     P<qo::CFileSystemHub> storeHub = qo::newP<qo::CFileSystemHub>();
-    storeHub->registerFileSystem(u"file", P<qo::CLocalFileSystem>(new qo::CLocalFileSystem()).get());
+    storeHub->registerFileSystem(
+        u"file", args.via.isEmpty() ? P<qo::IFileSystem>(new qo::CLocalFileSystem()).get() : fileSystem().get());
     storeHubs.push_back(storeHub);
   }
   qobackup::CBackupRun run(options, hub, storeHubs, console);
-  run.keepOwnersAndAttributes(local);
+  if (args.via.isEmpty()) run.keepOwnersAndAttributes(local);  // needs the local file system's extras
   try {
     run.run();
   } catch (std::exception const& e) {

@@ -173,6 +173,12 @@ void CIPCServer::serve(P<CIPCConnection> const& connection) {
       return;
     }
     connection->answerHello(m_protocolVersion, String());
+    // Tells the handler once, however the loop below ends.
+    struct Ended {
+      IIPCRequestHandler& handler;
+      CIPCConnection& connection;
+      ~Ended() { handler.connectionEnded(connection); }
+    } ended{*m_handler, *connection};
     // Kept across requests: a vector of the same size is not filled again.
     std::vector<unsigned char> request, answer;
     for (;;) {

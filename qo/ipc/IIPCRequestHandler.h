@@ -28,6 +28,11 @@ public:
   /// Thread-safe.
   virtual void handleRequest(CIPCConnection& connection, std::vector<unsigned char> const& request,
                              std::vector<unsigned char>& answer) = 0;
+  /// Called once on the connection's thread when a connection that was
+  /// admitted ends (the client left, a bad frame, stop()), after its last
+  /// request; a handler that keeps state per connection drops it here. The
+  /// default does nothing. Must not throw. Thread-safe.
+  virtual void connectionEnded(CIPCConnection& connection) noexcept { (void)connection; }
 };
 
 }  // namespace qo
