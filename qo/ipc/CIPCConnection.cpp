@@ -340,6 +340,38 @@ void CIPCConnection::write(void const* data, int size, IWriteBarrier*) {
   if (cancelled) throw makeStreamError(CIOError::kStreamClosed, "CIPCConnection::write", String(), CProps(), m_uri);
 }
 
+bool CIPCConnection::writeNoThrow(void const* data, int size) noexcept {
+  if (m_closed.load() || size < 0) return false;
+  bool cancelled = false;
+  char const* api = nullptr;
+  // Only a failing call builds an error text (which allocates); the
+  // caller then falls back to what it can do alone.
+  platform::SysError const e = platform::ipcWrite(m_channel, data, size, cancelled, api);
+  return !e && !cancelled;
+}
+
+bool CIPCConnection::readNoThrow(void* buffer, int size, int timeoutMs) noexcept {
+  if (m_closed.load() || size < 0) return false;
+  auto* p = static_cast<unsigned char*>(buffer);
+  int done = 0;
+  // First what an earlier read left in the buffer.
+  int const buffered = std::min(size, m_readEnd - m_readStart);
+  if (buffered > 0) {
+    std::memcpy(p, m_readBuffer.data() + m_readStart, static_cast<size_t>(buffered));
+    m_readStart += buffered;
+    done = buffered;
+  }
+  while (done < size) {
+    int got = 0;
+    char const* api = nullptr;
+    platform::SysError const e = platform::ipcRead(m_channel, p + done, size - done, timeoutMs, got, api);
+    if (e || got <= 0) return false;
+    done += got;
+  }
+  m_position += size;
+  return true;
+}
+
 void CIPCConnection::writeKeepBuffer(TConstBufferSlice<unsigned char> const& data, IWriteBarrier* barrier) {
   write(data.getData(), static_cast<int>(data.getLength()), barrier);
 }

@@ -99,6 +99,16 @@ public:
   /// writeFrame/readFrame otherwise. Not thread-safe.
   std::vector<unsigned char> call(std::vector<unsigned char> const& request, int maxAnswerSize = kDefaultMaxFrameSize);
 
+  /// For a crashed process: writes all size bytes without throwing or
+  /// allocating. False when the peer went away, the connection is closed or
+  /// the OS refused. Not thread-safe.
+  bool writeNoThrow(void const* data, int size) noexcept;
+  /// For a crashed process: reads exactly size bytes, waiting at most
+  /// timeoutMs (-1: no limit) for each arrival, without throwing or
+  /// allocating. False at the peer's end, on a time-out, when closed or on
+  /// failure. Not thread-safe.
+  bool readNoThrow(void* buffer, int size, int timeoutMs) noexcept;
+
   /// Writes a frame to any stream. Throws what out throws.
   static void writeFrameTo(IOutStream& out, void const* data, int size);
   /// Reads a frame from any stream into frame. Throws as readFrame().
