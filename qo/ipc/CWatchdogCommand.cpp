@@ -30,6 +30,8 @@ String readBoundedString(CDataInStream& in, long long frameSize) {
   if (count < 0 || count > frameSize - in.getPosition()) corrupt(u"a text is longer than the command");
   std::string bytes(static_cast<std::size_t>(count), '\0');
   in.read(bytes.data(), count);
+  // The record format ends a text at a NUL, so one inside cannot be meant.
+  if (bytes.find('\0') != std::string::npos) corrupt(u"a text holds a NUL character");
   try {
     return String::fromUTF8(bytes);
   } catch (CError const&) {

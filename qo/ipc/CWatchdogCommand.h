@@ -61,8 +61,8 @@ public:
   [[nodiscard]] std::vector<unsigned char> toBytes() const;
   /// Reads a command from a frame payload. Throws CIOError kind 5 ("The
   /// data is invalid or corrupted.") for an unknown kind, a negative or
-  /// too long count, bytes left over, or text that is not UTF-8 (property
-  /// "reason"), and kind 4 for a frame cut short. Thread-safe.
+  /// too long count, bytes left over, or text that is not UTF-8 or holds a
+  /// NUL (property "reason"), and kind 4 for a frame cut short. Thread-safe.
   static CWatchdogCommand fromBytes(std::vector<unsigned char> const& frame);
 
   /// Writes a kCrash command into buffer (capacity bytes) without
