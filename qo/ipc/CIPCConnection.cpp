@@ -41,6 +41,7 @@ CProps sysProps(platform::SysError const& e, char const* api) {
 
 CIPCConnection::CIPCConnection(platform::IPCChannel* channel, CURI const& uri) : m_channel(channel), m_uri(uri) {
   platform::ipcPeer(m_channel, m_peerProcessId, m_peerUserId);
+  m_peerAdmitted = platform::ipcPeerAdmitted(m_channel) != 0;
 }
 
 CIPCConnection::~CIPCConnection() { platform::ipcFreeChannel(m_channel); }
@@ -141,6 +142,8 @@ void CIPCConnection::setReadTimeout(int timeoutMs) { m_readTimeoutMs = timeoutMs
 int CIPCConnection::getReadTimeout() const { return m_readTimeoutMs; }
 long long CIPCConnection::getPeerProcessId() const { return m_peerProcessId; }
 long long CIPCConnection::getPeerUserId() const { return m_peerUserId; }
+
+bool CIPCConnection::isPeerUserAdmitted() const { return m_peerAdmitted; }
 int CIPCConnection::getPeerVersion() const { return m_peerVersion; }
 
 void CIPCConnection::writeFrameTo(IOutStream& out, void const* data, int size) {

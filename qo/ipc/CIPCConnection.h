@@ -81,8 +81,15 @@ public:
   [[nodiscard]] int getReadTimeout() const;
   /// The peer's process id, -1 when the transport cannot tell (TCP).
   [[nodiscard]] long long getPeerProcessId() const;
-  /// The peer's user id (POSIX uid), -1 when unknown (TCP, Windows).
+  /// The peer's user id, -1 when unknown (TCP). POSIX: its uid. Windows
+  /// named pipes: the relative id (last sub-authority) of the user SID of
+  /// the peer process's token.
   [[nodiscard]] long long getPeerUserId() const;
+  /// Whether the peer is served by default: the same user as this process
+  /// or an administrator (POSIX uid 0; Windows LocalSystem or a member of
+  /// Administrators). Also true when that cannot be told (TCP, a token
+  /// that cannot be read), where the endpoint's own access control decides.
+  [[nodiscard]] bool isPeerUserAdmitted() const;
   /// The application protocol version the peer announced in the hello.
   [[nodiscard]] int getPeerVersion() const;
 
@@ -183,6 +190,7 @@ private:
   int m_peerWireVersion = 0;
   long long m_peerProcessId = -1;
   long long m_peerUserId = -1;
+  bool m_peerAdmitted = true;
   mutable long long m_position = 0;
   // Small reads take what has arrived into this buffer, so a frame's count
   // and payload cost one system call, and peeks (waitReadable) keep what
