@@ -69,6 +69,7 @@ void CWatchdogService::handleRequest(CIPCConnection& connection, std::vector<uns
         fault = &record;
       }
       char const* api = nullptr;
+      CMutexLock dumping(m_dumpMutex);
       platform::SysError const e = platform::crashWriteMinidumpOfOtherProcess(
           static_cast<std::uint32_t>(m_processId), toWide(command.dumpPath).c_str(), command.threadId, fault,
           command.exceptionPointers, api);
@@ -111,8 +112,12 @@ void CWatchdogService::checkHang() {
     if (++m_hangReports > 1) path += String::fromUTF8("-" + std::to_string(m_hangReports));
     path += u"-minidump.mdmp";
     char const* api = nullptr;
-    platform::SysError const e = platform::crashWriteMinidumpOfOtherProcess(
-        static_cast<std::uint32_t>(m_processId), toWide(path).c_str(), 0, nullptr, 0, api);
+    platform::SysError e;
+    {
+      CMutexLock dumping(m_dumpMutex);
+      e = platform::crashWriteMinidumpOfOtherProcess(static_cast<std::uint32_t>(m_processId), toWide(path).c_str(),
+                                                     0, nullptr, 0, api);
+    }
     String text = String::fromUTF8("The process " + std::to_string(m_processId) + " sent no heartbeat for " +
                                    std::to_string(silentMs) + " ms; ");
     if (e) {

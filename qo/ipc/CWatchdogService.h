@@ -70,6 +70,9 @@ private:
 
   long long const m_processId;
   CSignal m_stop;
+  // One dump at a time: a process can be traced by one tracer only, and a
+  // crash may come while a hang report is being written.
+  CMutex m_dumpMutex;
   mutable CMutex m_mutex;  // the fields below
   bool m_helloSeen = false;
   int m_hangTimeoutMs = -1;
