@@ -89,13 +89,13 @@ CWatchdog::CWatchdog(String const& programPath, String const& crashFolder, int h
     m_heartbeatConnection = CIPCConnection::connect(endpoint, timeoutMs, CWatchdogCommand::kProtocolVersion);
     helloOn(*m_heartbeatConnection, crashFolder, hangTimeoutMs);
   } catch (...) {
-    stop();
     try {
       m_process->terminate();
-      m_process->wait(-1);
+      (void)m_process->wait(-1);
     } catch (CError const&) {
       // Ended already: nothing more to do.
     }
+    stop();
     throw;
   }
 }
@@ -135,8 +135,13 @@ void CWatchdog::stop() noexcept {
   }
   if (m_heartbeatConnection) m_heartbeatConnection->close();
   if (m_crashConnection) m_crashConnection->close();
-  // The watchdog exits once told (or once this process has ended); it is
-  // not waited for here.
+  // The watchdog exits once told (or once this process has ended); a short
+  // wait reaps it.
+  try {
+    if (m_process) (void)m_process->wait(kStopWaitMs);
+  } catch (CError const&) {
+    // Not started, or the OS cannot wait: nothing to reap.
+  }
 }
 
 unsigned long long CWatchdog::getProcessId() const { return m_processId; }

@@ -53,6 +53,8 @@ class QO_API CWatchdog : public CBase, public ICrashDumpWriter {
 public:
   /// How long a crash report waits for the watchdog's dump, in ms.
   static constexpr int kDumpTimeoutMs = 60000;
+  /// How long stop() waits for the program to end, in ms.
+  static constexpr int kStopWaitMs = 5000;
 
   /// "qo-watchdog" (Windows "qo-watchdog.exe") in the folder of the
   /// library's shared library. Throws CSystemError (api "dladdr" /
@@ -83,8 +85,9 @@ public:
   /// Tells the watchdog the process is alive. Throws what the IPC throws
   /// (CIOError / CSocketError) when the watchdog is gone. Thread-safe.
   void heartbeat();
-  /// Ends the watchdog (it exits) and closes the connections. Idempotent;
-  /// never throws. Thread-safe.
+  /// Ends the watchdog (it exits) and closes the connections, waiting up to
+  /// kStopWaitMs for the program to end. Idempotent; never throws.
+  /// Thread-safe.
   void stop() noexcept;
   /// The watchdog's process id. Thread-safe.
   [[nodiscard]] unsigned long long getProcessId() const;
