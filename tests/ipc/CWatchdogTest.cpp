@@ -20,6 +20,7 @@
 #include "qo/log/CCrashHandler.h"
 #include "qo/log/CCrashManager.h"
 #include "qo/log/CXMLLog.h"
+#include "qo/sys/CProcess.h"
 #include "qo/thread/CSignal.h"
 #include "qo/thread/CThread.h"
 #include "qo/thread/IRunnable.h"
@@ -166,6 +167,25 @@ TEST_F(CWatchdogDeathTest, MissingProgramLogsAndFallsBackToTheDumpFromInside) {
 #ifndef _WIN32
   // From inside, only the crashing thread's registers can be had.
   EXPECT_EQ(1, dumpThreadCount(dump));
+#endif
+}
+
+TEST(CWatchdog, FindsItsProgramBesideTheLibraryAndEndsWhenStopped) {
+  String const program = CWatchdog::getDefaultProgramPath();
+  EXPECT_TRUE(program.EndsWith(u"qo-watchdog") || program.EndsWith(u"qo-watchdog.exe")) << program.toUTF8();
+  TempFolder folder("default-program");
+  P<CWatchdog> watchdog = newP<CWatchdog>(String(), String::fromUTF8(folder.path().u8string()), -1);
+  EXPECT_GT(watchdog->getProcessId(), 0u);
+  EXPECT_NE(watchdog->getProcessId(), CProcess::getCurrentID());
+  watchdog->heartbeat();
+  watchdog->stop();
+  // Ended and reaped.
+#ifdef _WIN32
+  HANDLE const process = OpenProcess(SYNCHRONIZE, FALSE, static_cast<DWORD>(watchdog->getProcessId()));
+  EXPECT_TRUE(process == nullptr || WaitForSingleObject(process, 0) == WAIT_OBJECT_0);
+  if (process != nullptr) CloseHandle(process);
+#else
+  EXPECT_NE(0, ::kill(static_cast<pid_t>(watchdog->getProcessId()), 0));
 #endif
 }
 
