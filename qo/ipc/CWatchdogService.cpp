@@ -135,7 +135,11 @@ void CWatchdogService::checkHang() {
 }
 
 void CWatchdogService::closeLog() {
-  if (m_log) m_log->close();
+  try {
+    if (m_log) m_log->close();
+  } catch (std::exception const& error) {
+    std::fprintf(stderr, "qo-watchdog: %s\n", error.what());
+  }
 }
 
 int CWatchdogService::run(String const& endpoint, long long processId) {

@@ -62,7 +62,8 @@ public:
   /// per silence. Never throws (failures go to stderr and the log). Not
   /// thread-safe: one caller (run()'s loop).
   void checkHang();
-  /// Closes the log, when one was opened. Not thread-safe.
+  /// Closes the log, when one was opened. Never throws (a failure goes to
+  /// stderr). Not thread-safe.
   void closeLog();
 
 private:
