@@ -41,6 +41,7 @@ CProps sysProps(platform::SysError const& e, char const* api) {
 
 CIPCConnection::CIPCConnection(platform::IPCChannel* channel, CURI const& uri) : m_channel(channel), m_uri(uri) {
   platform::ipcPeer(m_channel, m_peerProcessId, m_peerUserId);
+  m_peerAdmitted = platform::ipcPeerAdmitted(m_channel) != 0;
 }
 
 CIPCConnection::~CIPCConnection() { platform::ipcFreeChannel(m_channel); }
@@ -141,6 +142,8 @@ void CIPCConnection::setReadTimeout(int timeoutMs) { m_readTimeoutMs = timeoutMs
 int CIPCConnection::getReadTimeout() const { return m_readTimeoutMs; }
 long long CIPCConnection::getPeerProcessId() const { return m_peerProcessId; }
 long long CIPCConnection::getPeerUserId() const { return m_peerUserId; }
+
+bool CIPCConnection::isPeerUserAdmitted() const { return m_peerAdmitted; }
 int CIPCConnection::getPeerVersion() const { return m_peerVersion; }
 
 void CIPCConnection::writeFrameTo(IOutStream& out, void const* data, int size) {
@@ -338,6 +341,38 @@ void CIPCConnection::write(void const* data, int size, IWriteBarrier*) {
     throw makeStreamError(CIOError::kWriteFailed, "CIPCConnection::write", String(), sysProps(e, api), m_uri);
   }
   if (cancelled) throw makeStreamError(CIOError::kStreamClosed, "CIPCConnection::write", String(), CProps(), m_uri);
+}
+
+bool CIPCConnection::writeNoThrow(void const* data, int size) noexcept {
+  if (m_closed.load() || size < 0) return false;
+  bool cancelled = false;
+  char const* api = nullptr;
+  // Only a failing call builds an error text (which allocates); the
+  // caller then falls back to what it can do alone.
+  platform::SysError const e = platform::ipcWrite(m_channel, data, size, cancelled, api);
+  return !e && !cancelled;
+}
+
+bool CIPCConnection::readNoThrow(void* buffer, int size, int timeoutMs) noexcept {
+  if (m_closed.load() || size < 0) return false;
+  auto* p = static_cast<unsigned char*>(buffer);
+  int done = 0;
+  // First what an earlier read left in the buffer.
+  int const buffered = std::min(size, m_readEnd - m_readStart);
+  if (buffered > 0) {
+    std::memcpy(p, m_readBuffer.data() + m_readStart, static_cast<size_t>(buffered));
+    m_readStart += buffered;
+    done = buffered;
+  }
+  while (done < size) {
+    int got = 0;
+    char const* api = nullptr;
+    platform::SysError const e = platform::ipcRead(m_channel, p + done, size - done, timeoutMs, got, api);
+    if (e || got <= 0) return false;
+    done += got;
+  }
+  m_position += size;
+  return true;
 }
 
 void CIPCConnection::writeKeepBuffer(TConstBufferSlice<unsigned char> const& data, IWriteBarrier* barrier) {

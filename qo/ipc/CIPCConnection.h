@@ -81,8 +81,15 @@ public:
   [[nodiscard]] int getReadTimeout() const;
   /// The peer's process id, -1 when the transport cannot tell (TCP).
   [[nodiscard]] long long getPeerProcessId() const;
-  /// The peer's user id (POSIX uid), -1 when unknown (TCP, Windows).
+  /// The peer's user id, -1 when unknown (TCP). POSIX: its uid. Windows
+  /// named pipes: the relative id (last sub-authority) of the user SID of
+  /// the peer process's token.
   [[nodiscard]] long long getPeerUserId() const;
+  /// Whether the peer is served by default: the same user as this process
+  /// or an administrator (POSIX uid 0; Windows LocalSystem or a member of
+  /// Administrators). Also true when that cannot be told (TCP, a token
+  /// that cannot be read), where the endpoint's own access control decides.
+  [[nodiscard]] bool isPeerUserAdmitted() const;
   /// The application protocol version the peer announced in the hello.
   [[nodiscard]] int getPeerVersion() const;
 
@@ -98,6 +105,16 @@ public:
   /// 2 with the server's text under "remoteError" for a failed one, as
   /// writeFrame/readFrame otherwise. Not thread-safe.
   std::vector<unsigned char> call(std::vector<unsigned char> const& request, int maxAnswerSize = kDefaultMaxFrameSize);
+
+  /// For a crashed process: writes all size bytes without throwing or
+  /// allocating. False when the peer went away, the connection is closed or
+  /// the OS refused. Not thread-safe.
+  bool writeNoThrow(void const* data, int size) noexcept;
+  /// For a crashed process: reads exactly size bytes, waiting at most
+  /// timeoutMs (-1: no limit) for each arrival, without throwing or
+  /// allocating. False at the peer's end, on a time-out, when closed or on
+  /// failure. Not thread-safe.
+  bool readNoThrow(void* buffer, int size, int timeoutMs) noexcept;
 
   /// Writes a frame to any stream. Throws what out throws.
   static void writeFrameTo(IOutStream& out, void const* data, int size);
@@ -173,6 +190,7 @@ private:
   int m_peerWireVersion = 0;
   long long m_peerProcessId = -1;
   long long m_peerUserId = -1;
+  bool m_peerAdmitted = true;
   mutable long long m_position = 0;
   // Small reads take what has arrived into this buffer, so a frame's count
   // and payload cost one system call, and peeks (waitReadable) keep what

@@ -163,7 +163,7 @@ void CIPCServer::serve(P<CIPCConnection> const& connection) {
       refusal = u"version mismatch";
     } else if (now > m_maxConnections) {
       refusal = u"too many connections";
-    } else if (!m_admitAllUsers && !platform::ipcUserAdmitted(connection->getPeerUserId())) {
+    } else if (!m_admitAllUsers && !connection->isPeerUserAdmitted()) {
       refusal = u"user not admitted";
     }
     if (!refusal.isEmpty()) {

@@ -11,3 +11,5 @@ set(QO_IPC_CLASSES
 )
 list(APPEND QO_PLATFORM_SERVICES IPCChannel IPCSemaphore)
 list(APPEND QO_WIN32_LIBS ws2_32 advapi32)
+list(APPEND QO_IPC_CLASSES CWatchdog CWatchdogCommand CWatchdogService)
+list(APPEND QO_PLATFORM_SERVICES Watchdog)

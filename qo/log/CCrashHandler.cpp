@@ -8,6 +8,7 @@
 #include "qo/log/CAppendableXMLWriter.h"
 #include "qo/log/CCrashInfo.h"
 #include "qo/platform/Crash.h"
+#include "qo/thread/CMutexLock.h"
 
 namespace qo {
 
@@ -58,6 +59,18 @@ CCrashHandler::CCrashHandler(Path const& crashFolder, String const& applicationN
 
 CCrashHandler::~CCrashHandler() = default;
 
+void CCrashHandler::setDumpWriter(ICrashDumpWriter* writer) {
+  CMutexLock lock(m_dumpWriterMutex);
+  P<ICrashDumpWriter> const keep = P<ICrashDumpWriter>::share(writer);
+  m_pDumpWriter = writer;
+  m_dumpWriter = keep;
+}
+
+P<ICrashDumpWriter> CCrashHandler::getDumpWriter() const {
+  CMutexLock lock(m_dumpWriterMutex);
+  return m_dumpWriter;
+}
+
 int CCrashHandler::buildBaseName(wchar_t* target, int capacity, long long time) const noexcept {
   int length = CCrashTools::fsStringCopy(target, capacity, m_folder);
   length = CCrashTools::fsStringAppend(target, capacity, length, "crash-");
@@ -105,11 +118,16 @@ void CCrashHandler::handleCrash(CCrashInfo& info, CCrashTools& tools) {
       file.close();
     }
     path[base] = 0;
-    if (m_writeMinidump && first && CCrashTools::fsStringAppend(path, CCrashTools::kPathCapacity, base, "-minidump.mdmp") > 0 &&
-        file.open(path, CCrashFileAccess::kCreate)) {
-      m_minidumpWritten = true;
-      info.writeWindowsMiniDumpUnsafe(file);
-      file.close();
+    if (m_writeMinidump && first &&
+        CCrashTools::fsStringAppend(path, CCrashTools::kPathCapacity, base, "-minidump.mdmp") > 0) {
+      ICrashDumpWriter* const writer = m_pDumpWriter.load();
+      if (writer != nullptr && writer->writeCrashDump(info, path)) {
+        m_minidumpWritten = true;
+      } else if (file.open(path, CCrashFileAccess::kCreate)) {
+        m_minidumpWritten = true;
+        info.writeWindowsMiniDumpUnsafe(file);
+        file.close();
+      }
     }
   }
   if (m_logPath[0] != 0) info.writeToXMLLog(tools, m_logPath, m_suffixPath, m_summary);

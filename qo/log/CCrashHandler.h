@@ -16,6 +16,10 @@
 // minidump: a minidump shows the process as a whole, and writing one takes
 // long enough for the process to end before later ones are done.
 //
+// A dump writer (setDumpWriter, e.g. the crash watchdog CWatchdog) is asked
+// to write the minidump first; the dump is written from inside the process
+// when there is none or it fails.
+//
 // Everything that needs memory happens in the constructor: the folder is
 // created (with its missing parents) and every path is prepared as wide
 // text, so that handleCrash only copies characters into the slot's path
@@ -34,11 +38,14 @@
 
 #include "qo/core/CBase.h"
 #include "qo/core/Export.h"
+#include "qo/core/P.h"
 #include "qo/core/String.h"
 #include "qo/fs/CWindowsPathTraits.h"
 #include "qo/fs/TPathImpl.h"
 #include "qo/log/CCrashTools.h"
+#include "qo/log/ICrashDumpWriter.h"
 #include "qo/log/ICrashHandler.h"
+#include "qo/thread/CMutex.h"
 
 namespace qo {
 
@@ -62,6 +69,13 @@ public:
   ~CCrashHandler() override;
   CCrashHandler(CCrashHandler const&) = delete;
   CCrashHandler& operator=(CCrashHandler const&) = delete;
+
+  /// The writer asked first for each minidump (kept by reference); null to
+  /// write dumps from inside the process only. Replace it only while no
+  /// crash can be in progress. Thread-safe.
+  void setDumpWriter(ICrashDumpWriter* writer);
+  /// The current dump writer, may be null. Thread-safe.
+  P<ICrashDumpWriter> getDumpWriter() const;
 
   /// Writes the two files and the log entry for the crash. Never throws,
   /// never allocates.
@@ -87,6 +101,10 @@ private:
   long long m_lastTime = 0;
   int m_reportsInLastTime = 0;
   bool m_minidumpWritten = false;
+  // The crash path reads the writer without taking a reference first.
+  std::atomic<ICrashDumpWriter*> m_pDumpWriter{nullptr};
+  P<ICrashDumpWriter> m_dumpWriter;
+  mutable CMutex m_dumpWriterMutex;
 };
 
 }  // namespace qo

@@ -76,6 +76,7 @@ void CCrashInfo::clear() noexcept {
   m_crtKind = kCRTTerminate;
   m_time = 0;
   m_threadId = 0;
+  m_exceptionPointers = nullptr;
   m_line = 0;
   m_expression[0] = 0;
   m_function[0] = 0;
@@ -91,6 +92,7 @@ void CCrashInfo::clear() noexcept {
 void CCrashInfo::init(platform::CrashContext const& exception, long long time) noexcept {
   clear();
   platform::crashRecordCapture(m_record, exception);
+  m_exceptionPointers = exception.exceptionPointers;
   m_isException = true;
   m_hasRecord = true;
   m_time = time;

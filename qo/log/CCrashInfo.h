@@ -78,6 +78,13 @@ public:
   long long getTime() const noexcept { return m_time; }
   /// The OS id of the thread that crashed.
   std::uint32_t getThreadId() const noexcept { return m_threadId; }
+  /// The copy of the fault (or of the registers of a runtime crash), as
+  /// the platform keeps it; meaningful after init.
+  platform::CrashRecord const& getRecord() const noexcept { return m_record; }
+  /// Windows: the EXCEPTION_POINTERS* the OS handed to the hook, valid only
+  /// while the crash is being reported (for a dump written by another
+  /// process); null for runtime crashes and on POSIX.
+  void* getExceptionPointers() const noexcept { return m_exceptionPointers; }
 
   /// "crt unexpected", "crt purecall", "crt terminate", "crt invalid param",
   /// "access violation", "floating point divide by zero", "floating point
@@ -138,6 +145,7 @@ private:
   CRTCrash m_crtKind = kCRTTerminate;
   long long m_time = 0;
   std::uint32_t m_threadId = 0;
+  void* m_exceptionPointers = nullptr;
   unsigned m_line = 0;
   wchar_t m_expression[kTextCapacity];
   wchar_t m_function[kTextCapacity];

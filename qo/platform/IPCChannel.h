@@ -87,12 +87,19 @@ void ipcCancel(IPCChannel* channel);
 void ipcFreeChannel(IPCChannel* channel);
 
 /// The peer's process id and user id, -1 each when the transport cannot
-/// tell (TCP; the user on Windows, where the pipe's access list admits).
+/// tell (TCP). POSIX: SO_PEERCRED's pid and uid. Windows:
+/// GetNamedPipeClientProcessId (GetNamedPipeServerProcessId on the client
+/// side), and as user id the relative id (last sub-authority) of the user
+/// SID in that process's token (OpenProcess, OpenProcessToken,
+/// GetTokenInformation); -1 when the token cannot be read.
 void ipcPeer(IPCChannel* channel, long long& processId, long long& userId);
-/// True when a peer with that user id may be served by default: the same
-/// user as this process or the administrator (POSIX uid 0); -1 (unknown)
-/// counts as admitted.
-bool ipcUserAdmitted(long long userId);
+/// Whether the peer may be served by default: 1 for the same user as this
+/// process or an administrator (POSIX uid 0; Windows the same user SID,
+/// LocalSystem, or a token that is a member of BUILTIN\Administrators by
+/// CheckTokenMembership), 0 for anyone else, -1 when it cannot be told
+/// (TCP, a token that cannot be opened): then the endpoint's own access
+/// control (the socket folder, the pipe's access list) has decided.
+int ipcPeerAdmitted(IPCChannel* channel);
 
 }  // namespace qo::platform
 

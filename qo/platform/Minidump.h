@@ -18,6 +18,7 @@
 #include <cstdint>
 
 #include "qo/platform/Crash.h"
+#include "qo/platform/LastError.h"
 
 namespace qo::platform {
 
@@ -35,9 +36,29 @@ bool crashWriteMinidump(CrashFileHandle file, CrashRecord const& record, std::ui
                         void* scratch, int scratchSize);
 /// MiniDumpWriteDump for any process: process and file are HANDLEs,
 /// exceptionPointers an EXCEPTION_POINTERS* in that process (may be null).
-/// POSIX has no way to dump another process and answers false.
+/// POSIX has no way to dump another process through handles and answers
+/// false (see crashWriteMinidumpOfOtherProcess).
 bool crashWriteMinidumpOfProcess(void* process, void* file, std::uint32_t processId, void* exceptionPointers,
                                  std::uint32_t threadId, bool fullMemory);
+
+/// Writes a minidump of another process, processId, to path (created or
+/// truncated) with every thread's registers and stack. Not on the crash
+/// path: it allocates. threadId names the thread that crashed (0 for a
+/// dump without a fault, e.g. of a hung process).
+/// Windows: OpenProcess, CreateFileW and MiniDumpWriteDump with
+/// exceptionPointers, an EXCEPTION_POINTERS* valid in that process (0: no
+/// exception); fault is not used.
+/// POSIX: ptrace (PTRACE_SEIZE and PTRACE_INTERRUPT) stops every thread of
+/// /proc/<pid>/task for the time of the dump, PTRACE_GETREGS and
+/// PTRACE_GETFPREGS give their registers, process_vm_readv their stacks,
+/// /proc/<pid>/maps the modules; fault (a CrashRecord copied in that
+/// process, may be null) gives the crashing thread's registers at the
+/// fault and the exception, since its live registers are those of its
+/// crash handler. The threads run on afterwards. api names the failing
+/// call.
+SysError crashWriteMinidumpOfOtherProcess(std::uint32_t processId, wchar_t const* path, std::uint32_t threadId,
+                                          CrashRecord const* fault, std::uint64_t exceptionPointers,
+                                          char const*& api);
 
 }  // namespace qo::platform
 

@@ -264,6 +264,65 @@ TEST(CIPCServer, DataStreamsWorkOnTheConnectionDirectly) {
   server->stop();
 }
 
+// Answers with what the server knows of the client: its process id and
+// user id (int64 each) and whether it is admitted (bool).
+class CPeerHandler : public CBase, public IIPCRequestHandler {
+public:
+  void handleRequest(CIPCConnection& c, std::vector<unsigned char> const&, std::vector<unsigned char>& answer) override {
+    long long const values[2] = {c.getPeerProcessId(), c.getPeerUserId()};
+    for (long long v : values) {
+      for (int i = 0; i < 8; ++i) answer.push_back(static_cast<unsigned char>(static_cast<unsigned long long>(v) >> (8 * i)));
+    }
+    answer.push_back(c.isPeerUserAdmitted() ? 1 : 0);
+  }
+};
+
+// This process's user id as the connections report it.
+long long ownUserId() {
+#ifdef _WIN32
+  HANDLE token = nullptr;
+  if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) return -2;
+  DWORD size = 0;
+  GetTokenInformation(token, TokenUser, nullptr, 0, &size);
+  std::vector<unsigned char> buffer(size);
+  long long id = -2;
+  if (size > 0 && GetTokenInformation(token, TokenUser, buffer.data(), size, &size)) {
+    PSID const sid = reinterpret_cast<TOKEN_USER*>(buffer.data())->User.Sid;
+    id = *GetSidSubAuthority(sid, *GetSidSubAuthorityCount(sid) - 1u);
+  }
+  CloseHandle(token);
+  return id;
+#else
+  return static_cast<long long>(geteuid());
+#endif
+}
+
+TEST(CIPCServer, KnowsTheLocalClientsProcessAndUserBothWays) {
+  std::string const name = ipctest::uniqueName("peer");
+  P<CIPCServer> server = newP<CIPCServer>(newP<CPeerHandler>());
+  server->listen(String::fromUTF8(name));
+  P<CIPCConnection> c = CIPCConnection::connect(String::fromUTF8(name), 5000);
+  std::vector<unsigned char> const answer = c->call({});
+  ASSERT_EQ(answer.size(), 17u);
+  auto const value = [&](int at) {
+    unsigned long long v = 0;
+    for (int i = 7; i >= 0; --i) v = (v << 8) | answer[static_cast<size_t>(at + i)];
+    return static_cast<long long>(v);
+  };
+#ifdef _WIN32
+  unsigned long long const self = GetCurrentProcessId();
+#else
+  unsigned long long const self = static_cast<unsigned long long>(getpid());
+#endif
+  EXPECT_EQ(static_cast<long long>(self), value(0));
+  EXPECT_EQ(static_cast<long long>(self), c->getPeerProcessId());
+  if (value(8) == -1) GTEST_SKIP() << "the OS did not give the client's token (OpenProcessToken)";
+  EXPECT_EQ(ownUserId(), value(8));
+  EXPECT_EQ(ownUserId(), c->getPeerUserId());
+  EXPECT_EQ(1, answer[16]);
+  server->stop();
+}
+
 TEST(CIPCServer, ServesOverTCPOnIPv4AndIPv6) {
   for (char const* host : {"127.0.0.1", "::1"}) {
     SCOPED_TRACE(host);

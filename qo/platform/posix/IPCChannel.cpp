@@ -455,8 +455,11 @@ void ipcPeer(IPCChannel* c, long long& processId, long long& userId) {
   }
 }
 
-bool ipcUserAdmitted(long long userId) {
-  return userId < 0 || userId == 0 || userId == static_cast<long long>(geteuid());
+int ipcPeerAdmitted(IPCChannel* c) {
+  long long processId = -1, userId = -1;
+  ipcPeer(c, processId, userId);
+  if (userId < 0) return -1;
+  return userId == 0 || userId == static_cast<long long>(geteuid()) ? 1 : 0;
 }
 
 }  // namespace qo::platform

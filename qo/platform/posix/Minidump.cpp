@@ -4,11 +4,21 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 
+#include <string>
+#include <vector>
+
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/ptrace.h>
+#include <sys/uio.h>
+#include <sys/user.h>
 #include <sys/utsname.h>
+#include <sys/wait.h>
 #include <ucontext.h>
 #include <unistd.h>
 
@@ -24,6 +34,9 @@
 // Streams are written front to back; the header and directory last, in
 // place. Other threads are not in the dump: their registers cannot be read
 // from inside the process without stopping it.
+// The dump of another process (crashWriteMinidumpOfOtherProcess, for the
+// watchdog) has the same layout with every thread: ptrace stops them and
+// gives their registers, process_vm_readv their memory.
 
 namespace qo::platform {
 
@@ -467,5 +480,507 @@ bool crashWriteMinidump(CrashFileHandle file, CrashRecord const& record, std::ui
 }
 
 bool crashWriteMinidumpOfProcess(void*, void*, std::uint32_t, void*, std::uint32_t, bool) { return false; }
+
+// --- the dump of another process ---------------------------------------------------
+
+namespace {
+
+#if defined(__x86_64__)
+// One thread's registers in the order of the AMD64 CONTEXT.
+struct ThreadRegs {
+  std::uint32_t tid = 0;
+  std::uint64_t gp[17] = {};  // rax rcx rdx rbx rsp rbp rsi rdi r8..r15 rip
+  std::uint32_t eflags = 0;
+  std::uint16_t cs = 0, fs = 0, gs = 0, ss = 0;
+  unsigned char fpState[512] = {};
+  bool hasFpState = false;
+};
+
+ThreadRegs regsOfRecord(PosixRecord const& r) {
+  ThreadRegs t;
+  greg_t const* g = r.context.uc_mcontext.gregs;
+  int const order[] = {REG_RAX, REG_RCX, REG_RDX, REG_RBX, REG_RSP, REG_RBP, REG_RSI, REG_RDI, REG_R8,
+                       REG_R9,  REG_R10, REG_R11, REG_R12, REG_R13, REG_R14, REG_R15, REG_RIP};
+  for (int i = 0; i < 17; ++i) t.gp[i] = static_cast<std::uint64_t>(g[order[i]]);
+  t.eflags = static_cast<std::uint32_t>(g[REG_EFL]);
+  auto const csgsfs = static_cast<std::uint64_t>(g[REG_CSGSFS]);
+  t.cs = static_cast<std::uint16_t>(csgsfs);
+  t.gs = static_cast<std::uint16_t>(csgsfs >> 16);
+  t.fs = static_cast<std::uint16_t>(csgsfs >> 32);
+  t.ss = static_cast<std::uint16_t>(csgsfs >> 48);
+  if (r.hasFpState) std::memcpy(t.fpState, r.fpState, sizeof t.fpState);
+  t.hasFpState = r.hasFpState;
+  return t;
+}
+
+ThreadRegs regsOfTrace(user_regs_struct const& u, user_fpregs_struct const* fp) {
+  ThreadRegs t;
+  std::uint64_t const gp[17] = {u.rax, u.rcx, u.rdx, u.rbx, u.rsp, u.rbp, u.rsi, u.rdi, u.r8,
+                                u.r9,  u.r10, u.r11, u.r12, u.r13, u.r14, u.r15, u.rip};
+  std::memcpy(t.gp, gp, sizeof gp);
+  t.eflags = static_cast<std::uint32_t>(u.eflags);
+  t.cs = static_cast<std::uint16_t>(u.cs);
+  t.fs = static_cast<std::uint16_t>(u.fs);
+  t.gs = static_cast<std::uint16_t>(u.gs);
+  t.ss = static_cast<std::uint16_t>(u.ss);
+  if (fp != nullptr) {
+    static_assert(sizeof(user_fpregs_struct) == 512, "FXSAVE layout");
+    std::memcpy(t.fpState, fp, 512);
+    t.hasFpState = true;
+  }
+  return t;
+}
+
+void writeThreadContext(DumpOut& out, ThreadRegs const& t) {
+  std::uint32_t mxcsr = 0;
+  if (t.hasFpState) std::memcpy(&mxcsr, t.fpState + 24, 4);
+  out.zeros(6 * 8);
+  out.u32(0x0010000F);
+  out.u32(mxcsr);
+  out.u16(t.cs);
+  out.u16(0);
+  out.u16(0);
+  out.u16(t.fs);
+  out.u16(t.gs);
+  out.u16(t.ss != 0 ? t.ss : 0x2B);
+  out.u32(t.eflags);
+  out.zeros(6 * 8);
+  for (std::uint64_t v : t.gp) out.u64(v);
+  if (t.hasFpState) out.bytes(t.fpState, 512);
+  else out.zeros(512);
+  out.zeros(kContextSize - 0x300);
+}
+
+struct Mapping {
+  std::uint64_t low, high, offset;
+  bool readable;
+  std::string path;
+};
+
+std::vector<Mapping> parseMaps(std::string const& text) {
+  std::vector<Mapping> maps;
+  std::size_t pos = 0;
+  while (pos < text.size()) {
+    std::size_t const end = text.find('\n', pos);
+    std::string const line = text.substr(pos, end == std::string::npos ? std::string::npos : end - pos);
+    pos = end == std::string::npos ? text.size() : end + 1;
+    Mapping m{};
+    char perms[8] = {};
+    unsigned long long low = 0, high = 0, offset = 0;
+    int consumed = 0;
+    if (std::sscanf(line.c_str(), "%llx-%llx %7s %llx %*s %*s %n", &low, &high, perms, &offset, &consumed) < 4) continue;
+    m.low = low;
+    m.high = high;
+    m.offset = offset;
+    m.readable = perms[0] == 'r';
+    if (consumed > 0 && static_cast<std::size_t>(consumed) <= line.size()) m.path = line.substr(static_cast<std::size_t>(consumed));
+    maps.push_back(m);
+  }
+  return maps;
+}
+
+std::string readWholeFile(char const* path) {
+  std::string text;
+  int const fd = ::open(path, O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return text;
+  char buffer[8192];
+  for (;;) {
+    ssize_t const n = ::read(fd, buffer, sizeof buffer);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    text.append(buffer, static_cast<std::size_t>(n));
+  }
+  ::close(fd);
+  return text;
+}
+
+// Another process's memory; bytes that cannot be read stay 0.
+std::vector<unsigned char> readMemory(pid_t pid, std::uint64_t address, std::size_t size) {
+  std::vector<unsigned char> bytes(size);
+  std::size_t done = 0;
+  while (done < size) {
+    iovec local{bytes.data() + done, size - done};
+    iovec remote{reinterpret_cast<void*>(address + done), size - done};
+    ssize_t const n = process_vm_readv(pid, &local, 1, &remote, 1, 0);
+    if (n > 0) {
+      done += static_cast<std::size_t>(n);
+      continue;
+    }
+    // Skip the unreadable page.
+    std::size_t const page = 4096 - ((address + done) & 4095);
+    done += page < size - done ? page : size - done;
+  }
+  return bytes;
+}
+
+// The GNU build id of the ELF image loaded at base, empty when none.
+std::vector<unsigned char> buildIdAt(pid_t pid, std::uint64_t base) {
+  std::vector<unsigned char> none;
+  std::vector<unsigned char> const head = readMemory(pid, base, sizeof(Elf64_Ehdr));
+  Elf64_Ehdr eh;
+  std::memcpy(&eh, head.data(), sizeof eh);
+  if (std::memcmp(eh.e_ident, ELFMAG, SELFMAG) != 0 || eh.e_ident[EI_CLASS] != ELFCLASS64 || eh.e_phnum == 0 ||
+      eh.e_phnum > 256 || eh.e_phentsize != sizeof(Elf64_Phdr))
+    return none;
+  std::vector<unsigned char> const table = readMemory(pid, base + eh.e_phoff, eh.e_phnum * sizeof(Elf64_Phdr));
+  std::vector<Elf64_Phdr> phdrs(eh.e_phnum);
+  std::memcpy(phdrs.data(), table.data(), table.size());
+  std::uint64_t bias = base;
+  for (Elf64_Phdr const& ph : phdrs) {
+    if (ph.p_type == PT_LOAD) {
+      bias = base - (ph.p_vaddr & ~std::uint64_t(4095));
+      break;
+    }
+  }
+  for (Elf64_Phdr const& ph : phdrs) {
+    if (ph.p_type != PT_NOTE || ph.p_memsz > 65536) continue;
+    std::vector<unsigned char> const notes = readMemory(pid, bias + ph.p_vaddr, ph.p_memsz);
+    std::size_t at = 0;
+    while (at + sizeof(Elf64_Nhdr) <= notes.size()) {
+      Elf64_Nhdr nh;
+      std::memcpy(&nh, notes.data() + at, sizeof nh);
+      std::size_t const nameAt = at + sizeof nh;
+      std::size_t const descAt = nameAt + ((nh.n_namesz + 3u) & ~3u);
+      std::size_t const next = descAt + ((nh.n_descsz + 3u) & ~3u);
+      if (next > notes.size()) break;
+      if (nh.n_type == NT_GNU_BUILD_ID && nh.n_namesz == 4 && std::memcmp(notes.data() + nameAt, "GNU", 4) == 0) {
+        return std::vector<unsigned char>(notes.begin() + static_cast<long>(descAt),
+                                          notes.begin() + static_cast<long>(descAt + nh.n_descsz));
+      }
+      at = next;
+    }
+  }
+  return none;
+}
+
+// Stops every thread of a process for as long as it lives.
+class ThreadStopper {
+public:
+  explicit ThreadStopper(pid_t pid) : m_pid(pid) {}
+  ~ThreadStopper() {
+    for (pid_t tid : m_tids) ptrace(PTRACE_DETACH, tid, nullptr, nullptr);
+  }
+  ThreadStopper(ThreadStopper const&) = delete;
+  ThreadStopper& operator=(ThreadStopper const&) = delete;
+
+  // Stops all threads, also those started meanwhile. 0 or an errno.
+  int stopAll(char const*& api) {
+    char folder[64];
+    std::snprintf(folder, sizeof folder, "/proc/%d/task", static_cast<int>(m_pid));
+    for (int round = 0; round < 100; ++round) {
+      DIR* dir = opendir(folder);
+      if (dir == nullptr) {
+        api = "opendir";
+        return errno;
+      }
+      bool added = false;
+      while (dirent* entry = readdir(dir)) {
+        if (entry->d_name[0] < '0' || entry->d_name[0] > '9') continue;
+        pid_t const tid = static_cast<pid_t>(std::atol(entry->d_name));
+        bool known = false;
+        for (pid_t t : m_tids) known = known || t == tid;
+        if (known) continue;
+        if (ptrace(PTRACE_SEIZE, tid, nullptr, nullptr) != 0) {
+          if (errno == ESRCH) continue;  // the thread ended meanwhile
+          int const error = errno;
+          closedir(dir);
+          api = "ptrace";
+          return error;
+        }
+        m_tids.push_back(tid);
+        added = true;
+        ptrace(PTRACE_INTERRUPT, tid, nullptr, nullptr);
+        int status = 0;
+        while (waitpid(tid, &status, __WALL) < 0 && errno == EINTR) {
+        }
+      }
+      closedir(dir);
+      if (!added) return m_tids.empty() ? ESRCH : 0;
+    }
+    return 0;
+  }
+  std::vector<pid_t> const& tids() const { return m_tids; }
+
+private:
+  pid_t m_pid;
+  std::vector<pid_t> m_tids;
+};
+#endif
+
+}  // namespace
+
+SysError crashWriteMinidumpOfOtherProcess(std::uint32_t processId, wchar_t const* path, std::uint32_t threadId,
+                                          CrashRecord const* fault, std::uint64_t, char const*& api) {
+#if !defined(__x86_64__)
+  (void)processId; (void)path; (void)threadId; (void)fault;
+  api = "crashWriteMinidumpOfOtherProcess";
+  return sysErrorOf(ENOSYS, api);
+#else
+  auto const pid = static_cast<pid_t>(processId);
+  ThreadStopper stopper(pid);
+  if (int const error = stopper.stopAll(api)) return sysErrorOf(static_cast<std::uint32_t>(error), api);
+  std::vector<ThreadRegs> threads;
+  for (pid_t tid : stopper.tids()) {
+    user_regs_struct regs{};
+    user_fpregs_struct fp{};
+    if (ptrace(PTRACE_GETREGS, tid, nullptr, &regs) != 0) continue;  // ended meanwhile
+    bool const hasFp = ptrace(PTRACE_GETFPREGS, tid, nullptr, &fp) == 0;
+    threads.push_back(regsOfTrace(regs, hasFp ? &fp : nullptr));
+    threads.back().tid = static_cast<std::uint32_t>(tid);
+  }
+  // The crashing thread as it was at the fault, first: debuggers select the
+  // first thread.
+  PosixRecord const* r = fault != nullptr && rec(*fault).magic == kRecordMagic ? &rec(*fault) : nullptr;
+  for (std::size_t i = 0; i < threads.size(); ++i) {
+    if (threads[i].tid != threadId || threadId == 0) continue;
+    if (r != nullptr) {
+      threads[i] = regsOfRecord(*r);
+      threads[i].tid = threadId;
+    }
+    std::swap(threads[0], threads[i]);
+  }
+  char procPath[64];
+  std::snprintf(procPath, sizeof procPath, "/proc/%d/maps", static_cast<int>(pid));
+  std::string const mapsText = readWholeFile(procPath);
+  std::vector<Mapping> const maps = parseMaps(mapsText);
+
+  CrashFileHandle const file = crashFileOpen(path, CrashOpenType::kCreate);
+  if (file == kCrashNoFile) {
+    api = "open";
+    return lastSysError(api);
+  }
+  int const fd = static_cast<int>(file);
+  std::vector<wchar_t> wide(4096);
+  DumpOut out(fd);
+  bool const withException = r != nullptr && threadId != 0;
+  int const streamCount = withException ? 7 : 6;
+  std::vector<std::uint32_t> dirTypes;
+  std::vector<Location> dir;
+  out.zeros(32 + static_cast<std::size_t>(streamCount) * 12);
+
+  // System information and the process id, as the in-process dump has them.
+  utsname names{};
+  uname(&names);
+  std::uint32_t version[3] = {0, 0, 0};
+  {
+    char const* p = names.release;
+    for (int i = 0; i < 3 && *p != 0; ++i) {
+      while (*p >= '0' && *p <= '9') version[i] = version[i] * 10 + static_cast<std::uint32_t>(*p++ - '0');
+      while (*p != 0 && (*p < '0' || *p > '9')) ++p;
+    }
+  }
+  long const cpus = sysconf(_SC_NPROCESSORS_ONLN);
+  out.align(8);
+  std::uint32_t const csdRva = out.pos();
+  out.u32(0);
+  out.u16(0);
+  out.align(8);
+  Location loc;
+  loc.rva = out.pos();
+  out.u16(9);
+  out.u16(6);
+  out.u16(0);
+  out.u8(static_cast<std::uint8_t>(cpus > 255 ? 255 : cpus > 0 ? cpus : 1));
+  out.u8(1);
+  out.u32(version[0]);
+  out.u32(version[1]);
+  out.u32(version[2]);
+  out.u32(0x8201);
+  out.u32(csdRva);
+  out.u16(0);
+  out.u16(0);
+  out.zeros(24);
+  loc.size = out.pos() - loc.rva;
+  dirTypes.push_back(kStreamSystemInfo);
+  dir.push_back(loc);
+
+  loc.rva = out.pos();
+  out.u32(24);
+  out.u32(1);
+  out.u32(processId);
+  out.zeros(12);
+  loc.size = 24;
+  dirTypes.push_back(kStreamMiscInfo);
+  dir.push_back(loc);
+
+  // Each thread's registers, stack and (for the first) the code around its
+  // instruction.
+  std::vector<Location> contexts(threads.size());
+  std::vector<Location> stacks(threads.size());
+  std::vector<std::uint64_t> stackStarts(threads.size(), 0);
+  Location code;
+  std::uint64_t codeStart = 0;
+  auto const mappingAt = [&](std::uint64_t address) -> Mapping const* {
+    for (Mapping const& m : maps) {
+      if (m.readable && m.low <= address && address < m.high) return &m;
+    }
+    return nullptr;
+  };
+  for (std::size_t i = 0; i < threads.size(); ++i) {
+    out.align(16);
+    contexts[i] = Location{kContextSize, out.pos()};
+    writeThreadContext(out, threads[i]);
+    std::uint64_t const sp = threads[i].gp[4];
+    if (Mapping const* m = mappingAt(sp)) {
+      std::uint64_t start = sp >= 128 ? (sp - 128) & ~std::uint64_t(15) : 0;
+      if (start < m->low) start = m->low;
+      std::uint64_t end = m->high;
+      if (end - start > 1024 * 1024) end = start + 1024 * 1024;
+      std::vector<unsigned char> const bytes = readMemory(pid, start, static_cast<std::size_t>(end - start));
+      out.align(16);
+      stacks[i] = Location{static_cast<std::uint32_t>(bytes.size()), out.pos()};
+      out.bytes(bytes.data(), bytes.size());
+      stackStarts[i] = start;
+    }
+  }
+  if (!threads.empty()) {
+    std::uint64_t const ip = threads[0].gp[16];
+    if (Mapping const* m = mappingAt(ip)) {
+      std::uint64_t const start = ip - 128 < m->low || ip < 128 ? m->low : ip - 128;
+      std::uint64_t const end = ip + 128 > m->high ? m->high : ip + 128;
+      std::vector<unsigned char> const bytes = readMemory(pid, start, static_cast<std::size_t>(end - start));
+      code = Location{static_cast<std::uint32_t>(bytes.size()), out.pos()};
+      out.bytes(bytes.data(), bytes.size());
+      codeStart = start;
+    }
+  }
+
+  if (withException) {
+    loc.rva = out.pos();
+    out.u32(threadId);
+    out.u32(0);
+    out.u32(static_cast<std::uint32_t>(r->signal));
+    out.u32(r->hasFault ? static_cast<std::uint32_t>(r->info.si_code) : 0);
+    out.u64(0);
+    out.u64(r->hasFault ? reinterpret_cast<std::uintptr_t>(r->info.si_addr) : 0);
+    out.u32(0);
+    out.u32(0);
+    out.zeros(15 * 8);
+    out.u32(contexts[0].size);
+    out.u32(contexts[0].rva);
+    loc.size = out.pos() - loc.rva;
+    dirTypes.push_back(kStreamException);
+    dir.push_back(loc);
+  }
+
+  out.align(8);
+  loc.rva = out.pos();
+  out.u32(static_cast<std::uint32_t>(threads.size()));
+  for (std::size_t i = 0; i < threads.size(); ++i) {
+    out.u32(threads[i].tid);
+    out.u32(0);
+    out.u32(0);
+    out.u32(0);
+    out.u64(0);
+    out.u64(stackStarts[i]);
+    out.u32(stacks[i].size);
+    out.u32(stacks[i].rva);
+    out.u32(contexts[i].size);
+    out.u32(contexts[i].rva);
+  }
+  loc.size = out.pos() - loc.rva;
+  dirTypes.push_back(kStreamThreadList);
+  dir.push_back(loc);
+
+  // Modules: each file mapped from offset 0, up to its last mapping.
+  struct Module {
+    std::uint64_t base, end;
+    std::string path;
+    Location name, cv;
+  };
+  std::vector<Module> modules;
+  for (Mapping const& m : maps) {
+    if (m.path.empty() || m.path[0] != '/') continue;
+    bool extended = false;
+    for (Module& mod : modules) {
+      if (mod.path == m.path && m.low >= mod.end) {
+        mod.end = m.high;
+        extended = true;
+      }
+    }
+    if (!extended && m.offset == 0) modules.push_back(Module{m.low, m.high, m.path, {}, {}});
+  }
+  for (Module& mod : modules) {
+    out.align(4);
+    mod.name.rva = out.pos();
+    out.utf16String(mod.path.c_str(), wide.data(), static_cast<int>(wide.size()));
+    mod.name.size = out.pos() - mod.name.rva;
+    std::vector<unsigned char> const id = buildIdAt(pid, mod.base);
+    if (!id.empty()) {
+      out.align(4);
+      mod.cv.rva = out.pos();
+      out.u32(kCvSignatureElf);
+      out.bytes(id.data(), id.size());
+      mod.cv.size = out.pos() - mod.cv.rva;
+    }
+  }
+  out.align(8);
+  loc.rva = out.pos();
+  out.u32(static_cast<std::uint32_t>(modules.size()));
+  for (Module const& mod : modules) {
+    out.u64(mod.base);
+    out.u32(static_cast<std::uint32_t>(mod.end - mod.base));
+    out.u32(0);
+    out.u32(0);
+    out.u32(mod.name.rva);
+    out.zeros(52);
+    out.u32(mod.cv.size);
+    out.u32(mod.cv.rva);
+    out.zeros(8 + 16);
+  }
+  loc.size = out.pos() - loc.rva;
+  dirTypes.push_back(kStreamModuleList);
+  dir.push_back(loc);
+
+  loc.rva = out.pos();
+  std::uint32_t ranges = code.size != 0 ? 1 : 0;
+  for (Location const& s : stacks) ranges += s.size != 0 ? 1 : 0;
+  out.u32(ranges);
+  for (std::size_t i = 0; i < threads.size(); ++i) {
+    if (stacks[i].size == 0) continue;
+    out.u64(stackStarts[i]);
+    out.u32(stacks[i].size);
+    out.u32(stacks[i].rva);
+  }
+  if (code.size != 0) {
+    out.u64(codeStart);
+    out.u32(code.size);
+    out.u32(code.rva);
+  }
+  loc.size = out.pos() - loc.rva;
+  dirTypes.push_back(kStreamMemoryList);
+  dir.push_back(loc);
+
+  loc.rva = out.pos();
+  out.bytes(mapsText.data(), mapsText.size());
+  loc.size = out.pos() - loc.rva;
+  dirTypes.push_back(kStreamLinuxMaps);
+  dir.push_back(loc);
+
+  std::vector<unsigned char> head(32 + dir.size() * 12, 0);
+  auto put32 = [&](std::size_t offset, std::uint32_t v) {
+    for (int i = 0; i < 4; ++i) head[offset + static_cast<std::size_t>(i)] = static_cast<unsigned char>(v >> (8 * i));
+  };
+  put32(0, 0x504D444D);
+  put32(4, 0xA793);
+  put32(8, static_cast<std::uint32_t>(dir.size()));
+  put32(12, 32);
+  put32(20, static_cast<std::uint32_t>(std::time(nullptr)));
+  for (std::size_t i = 0; i < dir.size(); ++i) {
+    put32(32 + i * 12, dirTypes[i]);
+    put32(36 + i * 12, dir[i].size);
+    put32(40 + i * 12, dir[i].rva);
+  }
+  bool const ok = out.ok() && static_cast<int>(dir.size()) == streamCount &&
+                  crashFileWriteAt(file, 0, head.data(), static_cast<int>(head.size()));
+  int const error = errno;
+  crashFileClose(file);
+  if (!ok) {
+    api = "write";
+    return sysErrorOf(error != 0 ? static_cast<std::uint32_t>(error) : EIO, api);
+  }
+  return SysError();
+#endif
+}
 
 }  // namespace qo::platform

@@ -496,15 +496,87 @@ void ipcFreeChannel(IPCChannel* c) {
   delete c;
 }
 
-void ipcPeer(IPCChannel* c, long long& processId, long long& userId) {
-  processId = userId = -1;
-  if (c->isSocket) return;
+namespace {
+
+// The peer's process id; 0 when unknown.
+ULONG peerProcessId(IPCChannel* c) {
   ULONG pid = 0;
+  if (c->isSocket) return 0;
   BOOL const ok = c->serverSide ? GetNamedPipeClientProcessId(c->handle, &pid)
                                 : GetNamedPipeServerProcessId(c->handle, &pid);
-  if (ok) processId = pid;
+  return ok ? pid : 0;
 }
 
-bool ipcUserAdmitted(long long) { return true; }  // the pipe's access list admits
+// The access token of a process, null when it cannot be opened.
+HANDLE processToken(ULONG pid) {
+  HANDLE const process = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, pid);
+  if (process == nullptr) return nullptr;
+  HANDLE token = nullptr;
+  if (!OpenProcessToken(process, TOKEN_QUERY | TOKEN_DUPLICATE, &token)) token = nullptr;
+  CloseHandle(process);
+  return token;
+}
+
+// The token's user (a TOKEN_USER in buffer); false when it cannot be read.
+bool tokenUser(HANDLE token, std::string& buffer) {
+  DWORD size = 0;
+  GetTokenInformation(token, TokenUser, nullptr, 0, &size);
+  buffer.assign(size, '\0');
+  return size > 0 && GetTokenInformation(token, TokenUser, buffer.data(), size, &size);
+}
+
+PSID sidOf(std::string& buffer) { return reinterpret_cast<TOKEN_USER*>(buffer.data())->User.Sid; }
+
+}  // namespace
+
+void ipcPeer(IPCChannel* c, long long& processId, long long& userId) {
+  processId = userId = -1;
+  ULONG const pid = peerProcessId(c);
+  if (pid == 0) return;
+  processId = pid;
+  HANDLE const token = processToken(pid);
+  if (token == nullptr) return;
+  std::string user;
+  if (tokenUser(token, user)) {
+    PSID const sid = sidOf(user);
+    UCHAR const count = *GetSidSubAuthorityCount(sid);
+    if (count > 0) userId = *GetSidSubAuthority(sid, count - 1u);
+  }
+  CloseHandle(token);
+}
+
+int ipcPeerAdmitted(IPCChannel* c) {
+  ULONG const pid = peerProcessId(c);
+  if (pid == 0) return -1;
+  HANDLE const token = processToken(pid);
+  if (token == nullptr) return -1;
+  int verdict = -1;
+  std::string peer, own;
+  HANDLE ownToken = nullptr;
+  if (tokenUser(token, peer) && OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &ownToken)) {
+    bool const ownRead = tokenUser(ownToken, own);
+    CloseHandle(ownToken);
+    if (ownRead && EqualSid(sidOf(peer), sidOf(own))) {
+      verdict = 1;
+    } else if (IsWellKnownSid(sidOf(peer), WinLocalSystemSid)) {
+      verdict = 1;
+    } else {
+      // Membership is checked on an impersonation token of the peer's.
+      HANDLE identification = nullptr;
+      BYTE admins[SECURITY_MAX_SID_SIZE];
+      DWORD adminsSize = sizeof admins;
+      BOOL member = FALSE;
+      if (DuplicateToken(token, SecurityIdentification, &identification)) {
+        if (CreateWellKnownSid(WinBuiltinAdministratorsSid, nullptr, admins, &adminsSize) &&
+            CheckTokenMembership(identification, admins, &member)) {
+          verdict = member ? 1 : 0;
+        }
+        CloseHandle(identification);
+      }
+    }
+  }
+  CloseHandle(token);
+  return verdict;
+}
 
 }  // namespace qo::platform

@@ -81,4 +81,33 @@ bool crashWriteMinidumpOfProcess(void* process, void* file, std::uint32_t proces
                exceptionPointers != nullptr ? &info : nullptr, nullptr, nullptr) != FALSE;
 }
 
+SysError crashWriteMinidumpOfOtherProcess(std::uint32_t processId, wchar_t const* path, std::uint32_t threadId,
+                                          CrashRecord const*, std::uint64_t exceptionPointers, char const*& api) {
+  HANDLE const process =
+      OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ | PROCESS_DUP_HANDLE, FALSE, processId);
+  if (process == nullptr) {
+    api = "OpenProcess";
+    return lastSysError(api);
+  }
+  HANDLE const file = CreateFileW(path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL,
+                                  nullptr);
+  if (file == INVALID_HANDLE_VALUE) {
+    api = "CreateFileW";
+    SysError const error = lastSysError(api);
+    CloseHandle(process);
+    return error;
+  }
+  void* const pointers = reinterpret_cast<void*>(static_cast<std::uintptr_t>(exceptionPointers));
+  bool const ok = crashWriteMinidumpOfProcess(process, file, processId, pointers, threadId, false);
+  SysError error;
+  if (!ok) {
+    api = "MiniDumpWriteDump";
+    error = lastSysError(api);
+    if (!error) error = sysErrorOf(ERROR_GEN_FAILURE, api);
+  }
+  CloseHandle(file);
+  CloseHandle(process);
+  return error;
+}
+
 }  // namespace qo::platform

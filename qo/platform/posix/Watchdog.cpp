@@ -1,0 +1,88 @@
+#include "qo/platform/Watchdog.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <unistd.h>
+#if defined(__linux__)
+#include <sys/prctl.h>
+#endif
+
+namespace qo::platform {
+
+SysError watchdogAllowTracer(std::uint64_t processId) {
+#if defined(__linux__)
+  if (prctl(PR_SET_PTRACER, static_cast<unsigned long>(processId), 0, 0, 0) != 0 && errno != EINVAL) {
+    return lastSysError("prctl");
+  }
+#else
+  (void)processId;
+#endif
+  return SysError();
+}
+
+SysError watchdogLibraryPath(std::u16string& path) {
+  path.clear();
+  Dl_info info{};
+  if (dladdr(reinterpret_cast<void*>(&watchdogLibraryPath), &info) == 0 || info.dli_fname == nullptr) {
+    return sysErrorOf(ENOENT, "dladdr");
+  }
+  char resolved[PATH_MAX];
+  char const* name = info.dli_fname;
+  if (realpath(name, resolved) != nullptr) name = resolved;
+  // The path as the file system has it: UTF-8, each byte of other text as
+  // itself.
+  std::string const text(name);
+  for (std::size_t i = 0; i < text.size();) {
+    auto const b = static_cast<unsigned char>(text[i]);
+    int const len = b < 0x80 ? 1 : (b >> 5) == 6 ? 2 : (b >> 4) == 14 ? 3 : (b >> 3) == 30 ? 4 : 0;
+    std::uint32_t c = b;
+    bool ok = len > 0 && i + static_cast<std::size_t>(len) <= text.size();
+    if (ok && len > 1) {
+      c = b & (0x7Fu >> len);
+      for (int k = 1; k < len && ok; ++k) {
+        auto const n = static_cast<unsigned char>(text[i + static_cast<std::size_t>(k)]);
+        ok = (n & 0xC0) == 0x80;
+        c = (c << 6) | (n & 0x3F);
+      }
+    }
+    if (!ok) {
+      c = b;
+      path.push_back(static_cast<char16_t>(c));
+      ++i;
+      continue;
+    }
+    if (c >= 0x10000) {
+      path.push_back(static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10)));
+      path.push_back(static_cast<char16_t>(0xDC00 + ((c - 0x10000) & 0x3FF)));
+    } else {
+      path.push_back(static_cast<char16_t>(c));
+    }
+    i += static_cast<std::size_t>(len);
+  }
+  return SysError();
+}
+
+bool watchdogProcessAlive(std::uint64_t processId) {
+  char path[64];
+  std::snprintf(path, sizeof path, "/proc/%llu/stat", static_cast<unsigned long long>(processId));
+  int const fd = ::open(path, O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  char text[512];
+  ssize_t const n = ::read(fd, text, sizeof text - 1);
+  ::close(fd);
+  if (n <= 0) return false;
+  text[n] = 0;
+  // "pid (name) S ...": the state follows the last ')'.
+  char const* close = std::strrchr(text, ')');
+  if (close == nullptr || close[1] != ' ') return false;
+  char const state = close[2];
+  return state != 'Z' && state != 'X' && state != 'x';
+}
+
+}  // namespace qo::platform
