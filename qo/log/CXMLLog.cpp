@@ -159,12 +159,16 @@ void CXMLLog::initWriter(bool append) {
           if (writer->getOpenElementName(1) == kSession) writer->writeElement(u"sessionUnfinished", String());
           writer->closeElement();
         }
+        // Closing and opening go to the files in separate flushes: each has
+        // a write order that keeps the pair complete, the mix has none.
+        writer->flush();
       }
     }
   }
   if (!writer) {
     writer = newP<CAppendableXMLWriter>(m_path, false);
     writer->openElement(kLog);
+    writer->flush();
   }
   m_writer = writer;
   try {
@@ -312,6 +316,7 @@ void CXMLLog::beginNewSession() {
   m_writer->seekToEnd();
   throwFakeError();
   while (m_writer->getOpenElementCount() > 1) m_writer->closeElement();
+  m_writer->flush();
   openSession();
   shrinkIfNecessary();
 }
