@@ -232,7 +232,9 @@ void CAppendableXMLWriter::commitClose(std::string const& bytes, std::string con
   std::string const old = m_writtenSuffix;
   long long const inPage = m_mainLength % kPage;
   std::size_t const total = bytes.size() + kHideLength;
-  if (bytes[0] != '\n' || total > static_cast<std::size_t>(kPage) || bytes.find(kUnhide) != std::string::npos) {
+  bool const straddles = inPage + static_cast<long long>(total) > kPage;
+  if ((straddles && bytes[0] != '\n') || total > static_cast<std::size_t>(kPage) ||
+      bytes.find(kUnhide) != std::string::npos) {
     appendMain(bytes);
     writeSuffix(suffix);
     return;
@@ -243,7 +245,7 @@ void CAppendableXMLWriter::commitClose(std::string const& bytes, std::string con
   writeSuffix(old.substr(0, split) + kUnhide + old.substr(split));
   // The closing output and "<?q " in one write: the open instruction hides
   // the suffix's end tags of the closed elements.
-  long long const pad = inPage != 0 && inPage + static_cast<long long>(total) > kPage ? kPage - inPage : 0;
+  long long const pad = straddles && inPage != 0 ? kPage - inPage : 0;
   appendMain(std::string(static_cast<std::size_t>(pad), ' ') + bytes + kHide);
   writeSuffix(kUnhide + suffix);
   truncateMain(m_mainLength - static_cast<long long>(kHideLength));
