@@ -20,6 +20,7 @@
 // 1000 in the slow tier). The seed is fixed, so a failure replays.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -137,8 +138,9 @@ public:
     m_text.append(static_cast<char const*>(data), static_cast<std::size_t>(size));
     std::size_t end;
     while ((end = m_text.find('\n')) != std::string::npos) {
-      std::string const line = m_text.substr(0, end);
+      std::string line = m_text.substr(0, end);
       m_text.erase(0, end + 1);
+      if (!line.empty() && line.back() == '\r') line.pop_back();  // a Windows text stream
       if (line.compare(0, 4, "@@A ") == 0) m_acked.push_back(line.substr(4));
       if (line == "@@P") m_paused = true;
       if (line == "@@D") m_done = true;
@@ -157,12 +159,18 @@ public:
   void close() override {}
 
   // Waits until the writer stopped, finished, or acknowledged `acks`
-  // entries, or until it ended; false when it ended without a report.
+  // entries, or until it ended; false when it ended without a report (or
+  // hung: a guard against a test that never ends, not a time limit).
   bool waitFor(CProcess& writer, std::size_t acks) {
+    auto const hung = std::chrono::steady_clock::now() + std::chrono::minutes(2);
     std::unique_lock<std::mutex> lock(m_mutex);
     while (!(m_paused || m_done || m_acked.size() >= acks)) {
       lock.unlock();
       if (writer.wait(0)) return false;
+      if (std::chrono::steady_clock::now() > hung) {
+        writer.terminate();
+        return false;
+      }
       lock.lock();
       m_changed.wait_for(lock, std::chrono::milliseconds(50));  // a poll of the process, not a delay
     }
