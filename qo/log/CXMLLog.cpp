@@ -24,10 +24,6 @@ String const kSession = u"session";
 
 String twoDigits(int value) { return toString(value).padLeft(2, u'0'); }
 
-CProps entryAttributes(LogLevel level, long long const* time) {
-  long long const seconds = time != nullptr ? *time : CTime::now().getSeconds();
-  return CProps().add(u"level", logLevelToString(level)).add(u"time", CXMLLog::formatTime(seconds));
-}
 
 }  // namespace
 
@@ -192,10 +188,21 @@ String CXMLLog::formatTime(long long secondsSince1970) {
 
 // --- entries -----------------------------------------------------------------
 
+CProps CXMLLog::entryAttributes(LogLevel level, long long const* time) {
+  long long const seconds = time != nullptr ? *time : CTime::now().getSeconds();
+  // Entries come many to a second: the local time (a time-zone lookup, on
+  // POSIX a stat of the zone file) is made once per second.
+  if (seconds != m_timeSeconds || m_timeText.isEmpty()) {
+    m_timeText = formatTime(seconds);
+    m_timeSeconds = seconds;
+  }
+  return CProps().add(u"level", logLevelToString(level)).add(u"time", m_timeText);
+}
+
 void CXMLLog::writeEntry(LogLevel level, String const& text, long long const* time) {
-  CProps const attributes = entryAttributes(level, time);
   CMutexLock lock(m_mutex);
   if (m_broken || !m_writer) return;
+  CProps const attributes = entryAttributes(level, time);
   m_writer->seekToEnd();
   throwFakeError();
   m_writer->writeElement(u"entry", text, attributes);
@@ -205,9 +212,9 @@ void CXMLLog::writeEntry(LogLevel level, String const& text, long long const* ti
 
 void CXMLLog::writeComplexEntry(LogLevel level, CXMLElement const& element, String const& summary,
                                 String const& context) {
-  CProps const attributes = entryAttributes(level, nullptr);
   CMutexLock lock(m_mutex);
   if (m_broken || !m_writer) return;
+  CProps const attributes = entryAttributes(level, nullptr);
   m_writer->seekToEnd();
   throwFakeError();
   m_writer->openElement(u"centry", attributes);

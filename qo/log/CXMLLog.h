@@ -271,6 +271,7 @@ private:
   void shrinkIfNecessary();
   void throwFakeError() const;
   void openSession();
+  CProps entryAttributes(LogLevel level, long long const* time);
 
   mutable CMutex m_mutex;
   P<CAppendableXMLWriter> m_writer;
@@ -285,6 +286,9 @@ private:
   bool m_noFile = false;
   bool m_checkOnOpen = true;
   bool m_closed = false;
+  // The last entry time and its text (under m_mutex).
+  long long m_timeSeconds = 0;
+  String m_timeText;
 };
 
 }  // namespace qo
