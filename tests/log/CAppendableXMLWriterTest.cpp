@@ -171,6 +171,14 @@ TEST(CAppendableXMLWriterTest, ReopeningRepairsWhatADyingProcessLeftBetweenTheFi
       {"text cut off", decl + "\n<log>\n  <a>x</a>\n  <b>partial te", "\n</log>\n",
        decl + "\n<log>\n  <a>x</a>\n  <b>", "</b>\n</log>\n", 2},
       {"end tag cut off", decl + "\n<log>\n  <a>x</a", "\n</log>\n", decl + "\n<log>\n  <a>", "</a>\n</log>\n", 2},
+      // Killed between the steps of a flush: a hidden tail goes, the marks
+      // in the suffix go.
+      {"hidden entry cut off", decl + "\n<log>\n  <s>\n    <a>x</a>\n<?q <entry>part", "?>\n  </s>\n</log>\n",
+       decl + "\n<log>\n  <s>\n    <a>x</a>", "\n  </s>\n</log>\n", 2},
+      {"closed, end tag hidden", decl + "\n<log>\n  <s>\n    <a>x</a>\n  </s><?q ", "\n  </s>?>\n</log>\n",
+       decl + "\n<log>\n  <s>\n    <a>x</a>\n  </s>", "\n</log>\n", 1},
+      {"opened, suffix still marked", decl + "\n<log>\n  <s>", "</s>?>\n</log>\n", decl + "\n<log>\n  <s>",
+       "</s>\n</log>\n", 2},
       // White space that filled up to a page boundary is kept.
       {"padding only", decl + "\n<log>\n  <a>x</a>   ", "\n</log>\n", decl + "\n<log>\n  <a>x</a>   ",
        "\n</log>\n", 1},
