@@ -13,20 +13,30 @@
 // process that dies in the middle of an element leaves the pair as it was
 // at the last flush.
 //
-// A process may also die (be killed) in the middle of a flush:
-// - Appending: output of up to a page (4096 bytes) that starts a new line
-//   is written so that it does not straddle a page boundary of the file
-//   (white space fills up to the boundary first), and such a write is never
-//   cut short by a kill. Larger output can be cut at a page boundary.
-// - The suffix file is rewritten in place (never emptied first).
-// - A new document, and the main data given to replaceMainData, are written
-//   to path + ".tmp" and renamed over the main file.
-// What stays open is the moment between the main file and the suffix file
-// when the open elements change (a flush after openElement or closeElement):
-// the pair is then one end tag off until the suffix file is written.
-// Opening with append = true repairs both: the main file decides which
-// elements are open, a cut-off tag or text at its end is removed, and the
-// suffix file is rewritten to fit.
+// A process may also be killed at any instruction, in the middle of a
+// flush too. The pair stays a complete document at every instant, because
+// each flush is a sequence of steps that each leave it complete:
+// - A write() inside one page (4096 bytes) of a file is never cut short by a
+//   kill; the kernel only stops a longer write between pages. Output of up to
+//   a page that starts a new line is preceded by white space when it would
+//   straddle a page boundary, and goes out in one write: the usual entry
+//   costs one system call.
+// - Longer output is written hidden: its first four bytes of indent are
+//   "<?q " and the suffix file starts with "?>", so a torn tail is inside a
+//   processing instruction that the suffix closes. Then the four bytes are
+//   set back to white space and the suffix loses its "?>".
+// - When the open elements change, the "?>" in the suffix file stands after
+//   the end tags that only one of the two states needs, and the main file
+//   hides or reveals them: closing appends the end tags followed by "<?q "
+//   (which swallows the suffix's now extra end tags), opening appends the
+//   new start tags hidden, then the suffix gets their end tags before its
+//   "?>" and the main file reveals them.
+// - A new document and the data given to replaceMainData are written to
+//   path + ".tmp" and renamed over the main file, with the suffix file
+//   changed around the rename in the same way.
+// Opening with append = true finishes what a killed flush left: a hidden
+// tail is removed, a cut-off tag or text at the end is removed, and the
+// suffix file is rebuilt from what the main file says is open.
 //
 // Opening with append = true reads the suffix file (readSuffix) to learn
 // which elements are open and continues at the end of the main file; a
@@ -57,7 +67,10 @@
 namespace qo {
 
 class CBufferStream;
-class CLocalFileStream;
+
+namespace platform {
+struct NativeFile;
+}  // namespace platform
 
 /// An XML writer on a main file and its suffix file. Not thread-safe.
 class QO_API CAppendableXMLWriter : public CBase {
@@ -101,8 +114,11 @@ public:
   String const& getOpenElementName(int depth) const;
 
   /// Appends the output since the last flush to the main file and rewrites
-  /// the suffix file when its end tags changed (or it went missing). Throws
-  /// CIOError; the output is kept for the next flush then.
+  /// the suffix file when its end tags changed, in the order described
+  /// above. Output that both closes and opens elements has no such order:
+  /// it is written main file first, suffix second (flush between the two).
+  /// Throws CIOError; the output is kept for the next flush when the main
+  /// file did not take it.
   void flush();
   /// The main document: the main file and the output not yet flushed, read
   /// as UTF-8 (invalid bytes as Latin-1). Throws CIOError.
@@ -134,25 +150,55 @@ public:
   static bool readSuffix(String const& suffixText, TList<String>& openElements, bool& closedLast);
 
 private:
-  void openMainFile(bool truncate);
-  void writeSuffixFile(String const& text);
-  void commitMainFile(std::string const& bytes, bool newDocument);
+  // The write order (CAppendableXMLWriterCommit.cpp).
+  void openMainFile();
+  void closeFiles() noexcept;
+  void appendMain(std::string const& bytes);
+  void patchMain(long long offset, std::string const& bytes);
+  void truncateMain(long long length);
+  void writeSuffix(std::string const& bytes);
+  void renameOverMain(std::string const& bytes);
+  bool appendHidden(std::string const& bytes, long long& slot, bool& prefixed);
+  void revealHidden(long long slot, bool prefixed, std::string const& bytes);
+  void commitSameElements(std::string const& bytes, std::string const& suffix);
+  void commitClose(std::string const& bytes, std::string const& suffix, std::size_t closed);
+  void commitOpen(std::string const& bytes, std::string const& suffix, std::size_t opened);
+  void commitNewDocument(std::string const& bytes, std::string const& suffix);
+  void commitReplacement(std::string const& bytes);
+  // Opening and repair (CAppendableXMLWriterRepair.cpp).
+  void openExisting();
   std::string getPendingBytes() const;
+  void clearPending();
 
   String m_path;
   String m_suffixPath;
-  P<CLocalFileStream> m_main;
+  platform::NativeFile* m_mainFile = nullptr;    // appending
   P<TBuffer<unsigned char>> m_pendingBytes;
   P<CBufferStream> m_pending;
   P<CXMLWriter> m_writer;
-  String m_writtenSuffix;
-  bool m_suffixWritten = false;
+  // The open elements and the suffix file's text as the last flush left
+  // them.
+  TList<String> m_flushedElements;
+  std::string m_writtenSuffix;
   bool m_newDocument = false;  // not on disk before the first flush
+  // The open elements of the document this new one replaces, as its suffix
+  // file names them; false when there is none or it is unreadable.
+  bool m_haveReplacedElements = false;
+  TList<String> m_replacedElements;
   // The main file's length as this writer made it: only this writer appends
   // while the log is open (the crash handler only once the process is
   // going down), so it is not asked of the OS for every flush.
   long long m_mainLength = 0;
 };
+
+namespace detail {
+/// Called with a short name after each step of a flush that changes a file
+/// ("suffix", "append", "reveal", "truncate", "rename", "repair"), for tests
+/// that stop a process between steps. Null (the default) for none.
+/// Thread-safe.
+using XMLWriteStepHook = void (*)(char const* step);
+QO_API void setXMLWriteStepHook(XMLWriteStepHook hook) noexcept;
+}  // namespace detail
 
 }  // namespace qo
 

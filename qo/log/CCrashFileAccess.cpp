@@ -18,6 +18,7 @@ bool CCrashFileAccess::open(wchar_t const* path, OpenType type) noexcept {
   m_depth = 0;
   platform::CrashOpenType const osType = type == kCreate   ? platform::CrashOpenType::kCreate
                                          : type == kAppend ? platform::CrashOpenType::kAppend
+                                         : type == kUpdate ? platform::CrashOpenType::kUpdate
                                                            : platform::CrashOpenType::kRead;
   m_file = platform::crashFileOpen(path, osType);
   if (m_file == platform::kCrashNoFile) {
@@ -29,6 +30,11 @@ bool CCrashFileAccess::open(wchar_t const* path, OpenType type) noexcept {
     m_position = end > 0 ? end : 0;
   }
   return true;
+}
+
+bool CCrashFileAccess::writeAt(long long offset, void const* data, int size) noexcept {
+  if (m_failed || !platform::crashFileWriteAt(m_file, offset, data, size)) m_failed = true;
+  return !m_failed;
 }
 
 bool CCrashFileAccess::isOpen() const noexcept { return m_file != platform::kCrashNoFile; }

@@ -35,6 +35,7 @@ public:
     kCreate,  ///< create or truncate, write
     kAppend,  ///< create when missing, write at the end
     kRead,    ///< read from the start
+    kUpdate,  ///< an existing file, written in place (writeAt)
   };
 
   CCrashFileAccess() noexcept;
@@ -53,6 +54,9 @@ public:
   bool write(void const* data, int size) noexcept;
   /// Writes out the buffer; false once any write has failed.
   bool flush() noexcept;
+  /// Writes size bytes at offset at once, past the buffer (open with
+  /// kUpdate: an appending file writes only at its end); false on failure.
+  bool writeAt(long long offset, void const* data, int size) noexcept;
   /// Bytes written through this object plus, when appending, the size the
   /// file had (so 0 right after opening an empty file).
   long long getPosition() const noexcept;

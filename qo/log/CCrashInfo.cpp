@@ -276,6 +276,19 @@ bool CCrashInfo::writeToXMLLog(CCrashTools& tools, wchar_t const* logPath, wchar
   }
   bool const logOpen = contains(text, length, "log>");
   bool const sessionOpen = contains(text, length, "session>");
+  // With the log and a session open (the usual case) the entry is written
+  // as the log writes long entries, so a kill in the middle leaves main file
+  // + suffix file a complete document: the suffix first gets a leading
+  // "?>", the entry goes out behind "<?q " in its indent, then the indent is
+  // set back and the suffix loses its "?>" (two blanks stay at its end).
+  bool const hidden = logOpen && sessionOpen && length < limit;
+  if (hidden) {
+    for (int i = length - 1; i >= 0; --i) text[i + 2] = text[i];
+    text[0] = '?';
+    text[1] = '>';
+    if (!file.open(suffixPath, CCrashFileAccess::kUpdate) || !file.writeAt(0, text, length + 2) || !file.close())
+      return false;
+  }
 
   if (!file.open(logPath, CCrashFileAccess::kAppend)) return false;
   bool const empty = file.getPosition() == 0;
@@ -288,13 +301,31 @@ bool CCrashInfo::writeToXMLLog(CCrashTools& tools, wchar_t const* logPath, wchar
   file.writeChar('\n');
   char attributes[64];
   entryAttributes(m_time, attributes);
-  file.writeOpeningTag("centry", true, attributes);
+  long long slot = -1;
+  if (hidden) {
+    // "<?q " must not straddle a page boundary: a kill could split it.
+    long long const inPage = (file.getPosition() + 2) % 4096;
+    for (long long i = inPage > 4092 ? 4096 - inPage : 0; i > 0; --i) file.writeChar(' ');
+    file.writeChar('\n');
+    slot = file.getPosition();
+    file.writeStringRaw("<?q ");
+    file.writeOpeningTag("centry", false, attributes);
+  } else {
+    file.writeOpeningTag("centry", true, attributes);
+  }
   if (summary != nullptr && summary[0] != 0) file.writeStringElement("summary", summary);
   writeXML(file, false);
   file.writeClosingTag("centry", true);
   if (!sessionOpen) file.writeClosingTag("session", true);
   bool ok = file.close();
 
+  if (hidden) {
+    ok = ok && file.open(logPath, CCrashFileAccess::kUpdate) && file.writeAt(slot, "    ", 4) && file.close();
+    text[length + 2] = ' ';
+    text[length + 3] = ' ';
+    ok = ok && file.open(suffixPath, CCrashFileAccess::kUpdate) && file.writeAt(0, text + 2, length + 2) &&
+         file.close();
+  }
   if (!logOpen) {
     if (file.open(suffixPath, CCrashFileAccess::kCreate)) {
       file.setDepth(1);

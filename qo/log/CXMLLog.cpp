@@ -1,20 +1,16 @@
+// CXMLLog: opening the log, its sessions, entries, shrinking and closing.
 #include "qo/log/CXMLLog.h"
 
 #include <exception>
-#include <new>
 #include <string>
-#include <vector>
 
 #include "qo/core/CFileCorruptedError.h"
 #include "qo/core/CInvalidArgError.h"
-#include "qo/core/CSafeGlobalSlot.h"
 #include "qo/core/CTime.h"
 #include "qo/fs/CLockFile.h"
 #include "qo/fs/LocalFile.h"
 #include "qo/log/CLogErrorXMLElement.h"
 #include "qo/log/CQuickXMLChecker.h"
-#include "qo/log/logFunctions.h"
-#include "qo/platform/Debug.h"
 #include "qo/platform/LocalTime.h"
 #include "qo/platform/SysInfo.h"
 #include "qo/thread/CMutexLock.h"
@@ -26,26 +22,8 @@ namespace {
 String const kLog = u"log";
 String const kSession = u"session";
 
-String entryStart() { return u"\n" + CXMLWriter::getIndentString(2) + u"<entry "; }
-String complexEntryStart() { return u"\n" + CXMLWriter::getIndentString(2) + u"<centry "; }
-String sessionStart() { return u"\n" + CXMLWriter::getIndentString(1) + u"<session "; }
-
 String twoDigits(int value) { return toString(value).padLeft(2, u'0'); }
 
-CProps entryAttributes(LogLevel level, long long const* time) {
-  long long const seconds = time != nullptr ? *time : CTime::now().getSeconds();
-  return CProps().add(u"level", logLevelToString(level)).add(u"time", CXMLLog::formatTime(seconds));
-}
-
-// Where "\n<log" and its line end; false when the data has no such line.
-bool findLogLineEnd(String const& data, std::size_t& lineEnd) {
-  std::size_t const logPos = data.Find(String(u"\n<log"));
-  if (logPos == String::npos) return false;
-  lineEnd = data.Find(u'\n', logPos + 1);
-  return lineEnd != String::npos;
-}
-
-String snipLine() { return CXMLWriter::getIndentString(1) + u"<snip />"; }
 
 }  // namespace
 
@@ -160,12 +138,16 @@ void CXMLLog::initWriter(bool append) {
           if (writer->getOpenElementName(1) == kSession) writer->writeElement(u"sessionUnfinished", String());
           writer->closeElement();
         }
+        // Closing and opening go to the files in separate flushes: each has
+        // a write order that keeps the pair complete, the mix has none.
+        writer->flush();
       }
     }
   }
   if (!writer) {
     writer = newP<CAppendableXMLWriter>(m_path, false);
     writer->openElement(kLog);
+    writer->flush();
   }
   m_writer = writer;
   try {
@@ -198,33 +180,6 @@ void CXMLLog::shrinkIfNecessary() {
   }
 }
 
-String CXMLLog::cutMainData(String const& data, std::size_t from) {
-  std::size_t const entry = data.Find(entryStart(), from);
-  std::size_t const complexEntry = data.Find(complexEntryStart(), from);
-  std::size_t const firstEntry = entry < complexEntry ? entry : complexEntry;
-  std::size_t const session = data.Find(sessionStart(), from);
-  if (firstEntry != String::npos && (session == String::npos || firstEntry < session))
-    return cutMainDataAtEntry(data, firstEntry);
-  if (session != String::npos) return cutMainDataAtSession(data, session);
-  return String();
-}
-
-String CXMLLog::cutMainDataAtSession(String const& data, std::size_t pos) {
-  std::size_t lineEnd = 0;
-  if (!findLogLineEnd(data, lineEnd) || lineEnd > pos) return String();
-  return data.Left(lineEnd + 1) + snipLine() + data.Mid(pos);
-}
-
-String CXMLLog::cutMainDataAtEntry(String const& data, std::size_t pos) {
-  std::size_t lineEnd = 0;
-  if (!findLogLineEnd(data, lineEnd) || lineEnd > pos) return String();
-  std::size_t const session = data.str().rfind(sessionStart().str(), pos);
-  if (session == std::u16string::npos || session < lineEnd) return String();
-  std::size_t const sessionLineEnd = data.Find(u'\n', session + 1);
-  if (sessionLineEnd == String::npos || sessionLineEnd > pos) return String();
-  return data.Left(lineEnd + 1) + snipLine() + data.Mid(session, sessionLineEnd - session) + data.Mid(pos);
-}
-
 String CXMLLog::formatTime(long long secondsSince1970) {
   platform::LocalTimeFields t;
   if (platform::toLocalTime(secondsSince1970, t)) throw CError(u"Error formatting date time.");
@@ -234,11 +189,22 @@ String CXMLLog::formatTime(long long secondsSince1970) {
 
 // --- entries -----------------------------------------------------------------
 
+CProps CXMLLog::entryAttributes(LogLevel level, long long const* time) {
+  long long const seconds = time != nullptr ? *time : CTime::now().getSeconds();
+  // Entries come many to a second: the local time (a time-zone lookup, on
+  // POSIX a stat of the zone file) is made once per second.
+  if (seconds != m_timeSeconds || m_timeText.isEmpty()) {
+    m_timeText = formatTime(seconds);
+    m_timeSeconds = seconds;
+  }
+  return CProps().add(u"level", logLevelToString(level)).add(u"time", m_timeText);
+}
+
 void CXMLLog::writeEntry(LogLevel level, String const& text, long long const* time) {
-  CProps const attributes = entryAttributes(level, time);
   CMutexLock lock(m_mutex);
   notifyEntryListeners(level, text, nullptr, String());
   if (m_broken || !m_writer) return;
+  CProps const attributes = entryAttributes(level, time);
   m_writer->seekToEnd();
   throwFakeError();
   m_writer->writeElement(u"entry", text, attributes);
@@ -248,10 +214,10 @@ void CXMLLog::writeEntry(LogLevel level, String const& text, long long const* ti
 
 void CXMLLog::writeComplexEntry(LogLevel level, CXMLElement const& element, String const& summary,
                                 String const& context) {
-  CProps const attributes = entryAttributes(level, nullptr);
   CMutexLock lock(m_mutex);
   notifyEntryListeners(level, summary, &element, context);
   if (m_broken || !m_writer) return;
+  CProps const attributes = entryAttributes(level, nullptr);
   m_writer->seekToEnd();
   throwFakeError();
   m_writer->openElement(u"centry", attributes);
@@ -315,6 +281,7 @@ void CXMLLog::beginNewSession() {
   m_writer->seekToEnd();
   throwFakeError();
   while (m_writer->getOpenElementCount() > 1) m_writer->closeElement();
+  m_writer->flush();
   openSession();
   shrinkIfNecessary();
 }
@@ -367,154 +334,6 @@ String CXMLLog::getXMLData() const {
   if (m_writer) return m_writer->getFullData();
   if (!m_noFile && localFileExists(m_path)) return readLogRaw(m_path);
   return String();
-}
-
-// --- reading -------------------------------------------------------------------
-
-String CXMLLog::readLogRaw(String const& path) { return CAppendableXMLWriter::readFullData(path); }
-
-bool CXMLLog::readValidLog(String& out, String const& path, int maxBytes, int maxSessions) {
-  if (maxBytes < 1 && maxBytes != -1)
-    throw CInvalidArgError(u"CXMLLog::readValidLog", u"maxBytes must be -1 or positive",
-                           CProps().addLong(u"maxBytes", maxBytes));
-  if (maxSessions < 1 && maxSessions != -1)
-    throw CInvalidArgError(u"CXMLLog::readValidLog", u"maxSessions must be -1 or positive",
-                           CProps().addLong(u"maxSessions", maxSessions));
-  out.clear();
-  if (!localFileExists(path)) return false;
-  String data = readLogRaw(path);
-  if (!CQuickXMLChecker(data).doCheck()) return false;
-  if (maxSessions != -1) {
-    std::vector<std::size_t> starts;
-    String const pattern = sessionStart();
-    for (std::size_t pos = data.Find(pattern); pos != String::npos; pos = data.Find(pattern, pos + 1))
-      starts.push_back(pos);
-    if (starts.size() > static_cast<std::size_t>(maxSessions)) {
-      String const cut = cutMainDataAtSession(data, starts[starts.size() - static_cast<std::size_t>(maxSessions)]);
-      if (!cut.isEmpty()) data = cut;
-    }
-  }
-  if (maxBytes != -1 && data.length() > static_cast<std::size_t>(maxBytes)) {
-    String const cut = cutMainData(data, data.length() - static_cast<std::size_t>(maxBytes));
-    if (!cut.isEmpty()) data = cut;
-  }
-  out = data;
-  return true;
-}
-
-// --- the global log ----------------------------------------------------------
-
-namespace {
-
-CSafeGlobalSlot g_globalLogSlot;
-
-P<CXMLLog> makeGlobalInstance() noexcept {
-  CXMLLog::CreateFunc createFunc = nullptr;
-  {
-    CMutexLock lock(getGlobalMutex());
-    CXMLLog::CGlobalInstanceParams& params = CXMLLog::CGlobalInstanceParams::get();
-    params.instanceCreated = true;
-    createFunc = params.createFunc;
-  }
-  try {
-    P<CXMLLog> log;
-    if (createFunc != nullptr) {
-      log = createFunc();
-    } else {
-      log = newP<CXMLLog>(u"log.xml", new CXMLLog::CDefaultSessionHeaderFactory(u"unnamedApp", String(), String()));
-    }
-    if (log) return log;
-    platform::debugOutput("ERROR: The global log's creation function returned no log; logging is off.\n");
-  } catch (std::exception const& e) {
-    std::string const text = std::string("ERROR: Cannot create the global log; logging is off. ") + e.what() + "\n";
-    platform::debugOutput(text.c_str());
-  } catch (...) {
-    platform::debugOutput("ERROR: Cannot create the global log; logging is off.\n");
-  }
-  try {
-    return newP<CXMLLog>(String());
-  } catch (...) {
-    return P<CXMLLog>();
-  }
-}
-
-void* createGlobalSlot() {
-  // The slot must not see an exception (it would stay claimed for good).
-  auto* holder = new (std::nothrow) P<CXMLLog>();
-  if (holder == nullptr) return nullptr;
-  {
-    // A creation function that logs must not come back here: its reports
-    // go to the debugger output.
-    detail::CGlobalLogReentryGuard guard;
-    *holder = makeGlobalInstance();
-  }
-  detail::installGlobalLogHook();
-  return holder;
-}
-
-void disposeGlobalSlot(void* instance) {
-  detail::removeGlobalLogHook();
-  {
-    CMutexLock lock(getGlobalMutex());
-    CXMLLog::CGlobalInstanceParams::get().instanceCreated = false;
-  }
-  auto* holder = static_cast<P<CXMLLog>*>(instance);
-  if (holder != nullptr) {
-    holder->reset();
-    delete holder;
-  }
-}
-
-}  // namespace
-
-CXMLLog::CGlobalInstanceParams& CXMLLog::CGlobalInstanceParams::get() {
-  // Constant-initialised and never destroyed: usable at any time of the
-  // process's life.
-  static CGlobalInstanceParams g_params;
-  return g_params;
-}
-
-CXMLLog::CGlobalLogCloser::~CGlobalLogCloser() {
-  try {
-    if (haveGlobalLogInstance()) getGlobal()->close();
-  } catch (...) {
-  }
-  disposeGlobalInstance();
-}
-
-P<CXMLLog> CXMLLog::getGlobal() {
-  void* instance = g_globalLogSlot.use(&createGlobalSlot, &disposeGlobalSlot);
-  P<CXMLLog> log = instance != nullptr ? *static_cast<P<CXMLLog>*>(instance) : P<CXMLLog>();
-  if (!log) log = newP<CXMLLog>(String());
-  return log;
-}
-
-bool CXMLLog::haveGlobalLogInstance() { return g_globalLogSlot.peek() != nullptr; }
-
-bool CXMLLog::haveGlobalCreateFunc() {
-  CMutexLock lock(getGlobalMutex());
-  return CGlobalInstanceParams::get().createFunc != nullptr;
-}
-
-void CXMLLog::setGlobalCreateFunc(CreateFunc createFunc) {
-  {
-    CMutexLock lock(getGlobalMutex());
-    CGlobalInstanceParams& params = CGlobalInstanceParams::get();
-    if (params.instanceCreated)
-      throw CError(u"Cannot change global log creation function. Global log instance already created.");
-    params.createFunc = createFunc;
-  }
-  // Reports made before the first log call already create the log; without
-  // a function, the default log is not forced on a program that never logs.
-  if (createFunc != nullptr)
-    detail::installGlobalLogHook();
-  else
-    detail::removeGlobalLogHook();
-}
-
-void CXMLLog::disposeGlobalInstance() {
-  detail::removeGlobalLogHook();
-  g_globalLogSlot.dispose();
 }
 
 // --- entry listeners -----------------------------------------------------

@@ -27,9 +27,11 @@
 // the main file), elements left open by a dead process are closed, its
 // session gets "sessionUnfinished", and a damaged or foreign file is
 // replaced by a new one. The main file plus the suffix file is well formed
-// after a kill at any moment, with two exceptions that the next open
-// repairs: between the two files' writes while a session opens on a closed
-// log or closes, and inside an entry larger than a page (4096 bytes).
+// at every instant, also while a kill stops the process in the middle of an
+// entry of any length, of opening, of close() or of a cut: each change is a
+// sequence of steps that each leave a complete document (see
+// CAppendableXMLWriter). Opening and closing a session, and the cut, take a
+// few more steps than an entry, which usually takes one write().
 // With a size limit, a main file that grows past it is cut from the front
 // at an element boundary to about half the limit, and "<snip />" marks the
 // cut.
@@ -291,6 +293,7 @@ private:
   void throwFakeError() const;
   void openSession();
   void notifyEntryListeners(LogLevel level, String const& text, CXMLElement const* element, String const& context);
+  CProps entryAttributes(LogLevel level, long long const* time);
 
   mutable CMutex m_mutex;
   P<CAppendableXMLWriter> m_writer;
@@ -306,6 +309,9 @@ private:
   bool m_checkOnOpen = true;
   bool m_closed = false;
   std::vector<P<IEntryListener>> m_entryListeners;
+  // The last entry time and its text (under m_mutex).
+  long long m_timeSeconds = 0;
+  String m_timeText;
 };
 
 }  // namespace qo

@@ -202,11 +202,12 @@ void crashModulesEnd(CrashModuleIterator& it);
 using CrashFileHandle = std::intptr_t;
 constexpr CrashFileHandle kCrashNoFile = -1;
 
-enum class CrashOpenType { kCreate, kAppend, kRead };
+enum class CrashOpenType { kCreate, kAppend, kRead, kUpdate };
 
 /// Opens path (a Windows-syntax path: on POSIX backslashes are taken as
 /// slashes). kCreate truncates or creates, kAppend creates when missing and
-/// writes at the end, kRead reads from the start. kCrashNoFile on failure.
+/// writes at the end, kRead reads from the start, kUpdate opens an existing
+/// file for writing in place (crashFileWriteAt). kCrashNoFile on failure.
 CrashFileHandle crashFileOpen(wchar_t const* path, CrashOpenType type);
 /// Bytes read (0 at the end), -1 on failure.
 int crashFileRead(CrashFileHandle file, void* buffer, int size);

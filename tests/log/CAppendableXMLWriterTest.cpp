@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "qo/core/CFileCorruptedError.h"
 #include "qo/core/CIOError.h"
@@ -98,11 +99,12 @@ TEST(CAppendableXMLWriterTest, MissingFiles) {
   EXPECT_EQ(w.getOpenElementCount(), 0);
   w.flush();
   EXPECT_EQ(readBytes(dir.file("new.xml")), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n");
-  // A suffix file that vanishes is written again.
+  // A suffix file that vanishes is written again when the end tags change.
   w.openElement(u"log");
+  w.openElement(u"session");
   w.flush();
   fs::remove(dir.file("new-suffix.xml"));
-  w.writeElement(u"entry", u"x");
+  w.closeElement();
   w.flush();
   EXPECT_EQ(readBytes(dir.file("new-suffix.xml")), "\n</log>\n");
 }
@@ -138,11 +140,12 @@ TEST(CAppendableXMLWriterTest, OutputThatWouldStraddleAPageBoundaryStartsAtTheBo
   ASSERT_EQ(main.size(), 4096u + 200u);
   EXPECT_EQ(main.substr(4096 - 100, 100), std::string(100, ' '));
   EXPECT_EQ(main.substr(4096, 6), "\n  <b>");
-  // Output larger than a page cannot be kept inside one and is not padded;
-  // neither is output that fits in what is left of the page.
+  // Output larger than a page is written hidden; at depth 1 its indent is
+  // too short to hold "<?q ", which becomes four blanks before it.
   w.writeElement(u"c", String(std::u16string(5000, u'c')));
   w.flush();
-  EXPECT_EQ(readBytes(dir.file("doc.xml")).size(), 4096u + 200u + 5000u + std::string("\n  <c></c>").size());
+  EXPECT_EQ(readBytes(dir.file("doc.xml")).substr(4096 + 200), "    \n  <c>" + std::string(5000, 'c') + "</c>");
+  EXPECT_EQ(readBytes(dir.file("doc-suffix.xml")), "\n</log>\n");
   expectLintClean(dir);
 }
 
@@ -168,6 +171,14 @@ TEST(CAppendableXMLWriterTest, ReopeningRepairsWhatADyingProcessLeftBetweenTheFi
       {"text cut off", decl + "\n<log>\n  <a>x</a>\n  <b>partial te", "\n</log>\n",
        decl + "\n<log>\n  <a>x</a>\n  <b>", "</b>\n</log>\n", 2},
       {"end tag cut off", decl + "\n<log>\n  <a>x</a", "\n</log>\n", decl + "\n<log>\n  <a>", "</a>\n</log>\n", 2},
+      // Killed between the steps of a flush: a hidden tail goes, the marks
+      // in the suffix go.
+      {"hidden entry cut off", decl + "\n<log>\n  <s>\n    <a>x</a>\n<?q <entry>part", "?>\n  </s>\n</log>\n",
+       decl + "\n<log>\n  <s>\n    <a>x</a>", "\n  </s>\n</log>\n", 2},
+      {"closed, end tag hidden", decl + "\n<log>\n  <s>\n    <a>x</a>\n  </s><?q ", "\n  </s>?>\n</log>\n",
+       decl + "\n<log>\n  <s>\n    <a>x</a>\n  </s>", "\n</log>\n", 1},
+      {"opened, suffix still marked", decl + "\n<log>\n  <s>", "</s>?>\n</log>\n", decl + "\n<log>\n  <s>",
+       "</s>\n</log>\n", 2},
       // White space that filled up to a page boundary is kept.
       {"padding only", decl + "\n<log>\n  <a>x</a>   ", "\n</log>\n", decl + "\n<log>\n  <a>x</a>   ",
        "\n</log>\n", 1},
@@ -243,4 +254,82 @@ TEST(CAppendableXMLWriterTest, ReplaceMainDataKeepsTheOpenElements) {
   w.flush();
   EXPECT_EQ(full(dir),
             "<?xml version=\"1.0\"?>\n<log>\n  <snip />\xC3\xA9\n  <entry>new</entry>\n</log>\n");
+}
+
+namespace {
+
+// Checks the pair at every step of a flush: the instants a kill could pick.
+struct StepWatch {
+  static inline std::string path;
+  static inline std::vector<std::string> bad;
+  static inline int steps = 0;
+  static void onStep(char const* step) {
+    ++steps;
+    std::string const doc = CAppendableXMLWriter::readFullData(String::fromUTF8(path)).toUTF8();
+    if (!CQuickXMLChecker(String::fromUTF8(doc)).doCheck()) bad.push_back(std::string(step) + ":\n" + doc);
+  }
+};
+
+// Text of about size bytes with two- and three-byte characters in it.
+String mixedText(std::size_t size) {
+  std::u16string text;
+  for (std::size_t i = 0; text.size() < size; ++i) text += i % 3 == 0 ? u'\u00e9' : i % 3 == 1 ? u'\u4e2d' : u'y';
+  return String(text);
+}
+
+}  // namespace
+
+TEST(CAppendableXMLWriterTest, EveryStepOfEveryFlushLeavesACompleteDocument) {
+  struct Case {
+    char const* what;
+    void (*change)(CAppendableXMLWriter&);
+    int minSteps;  // file changes the flush makes at least
+  } const cases[] = {
+      {"open the session", [](CAppendableXMLWriter& w) { w.openElement(u"session"); }, 4},
+      {"short entry", [](CAppendableXMLWriter& w) { w.writeElement(u"entry", u"short"); }, 1},
+      {"entry of 20 KB", [](CAppendableXMLWriter& w) { w.writeElement(u"entry", mixedText(20000)); }, 3},
+      {"complex entry",
+       [](CAppendableXMLWriter& w) {
+         w.openElement(u"centry");
+         w.writeElement(u"summary", mixedText(3000));
+         w.writeElement(u"error", mixedText(3000));
+         w.closeElement();
+       },
+       3},
+      {"close the session", [](CAppendableXMLWriter& w) { w.closeElement(); }, 4},
+      {"session header of 6 KB",
+       [](CAppendableXMLWriter& w) {
+         w.openElement(u"session");
+         w.writeElement(u"sessionHeader", mixedText(6000));
+       },
+       4},
+      {"cut", [](CAppendableXMLWriter& w) { w.replaceMainData(w.getMainData() + u"\n    <entry>cut</entry>"); }, 1},
+  };
+  TempFolder dir;
+  StepWatch::path = dir.path("doc.xml").toUTF8();
+  {
+    CAppendableXMLWriter w(dir.path("doc.xml"), false);
+    w.openElement(u"log");
+    w.flush();
+  }
+  detail::setXMLWriteStepHook(&StepWatch::onStep);
+  for (Case const& c : cases) {
+    SCOPED_TRACE(c.what);
+    StepWatch::steps = 0;
+    StepWatch::bad.clear();
+    CAppendableXMLWriter w(dir.path("doc.xml"), true);
+    c.change(w);
+    w.flush();
+    EXPECT_GE(StepWatch::steps, c.minSteps);
+    EXPECT_EQ(StepWatch::bad, std::vector<std::string>());
+  }
+  // A new document over the old one, which has a session open.
+  StepWatch::bad.clear();
+  CAppendableXMLWriter fresh(dir.path("doc.xml"), false);
+  fresh.openElement(u"log");
+  fresh.flush();
+  detail::setXMLWriteStepHook(nullptr);
+  EXPECT_EQ(StepWatch::bad, std::vector<std::string>());
+  EXPECT_EQ(full(dir), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n\n<log></log>\n");
+  expectLintClean(dir);
 }

@@ -532,6 +532,7 @@ CrashFileHandle crashFileOpen(wchar_t const* path, CrashOpenType type) {
     case CrashOpenType::kCreate: flags |= O_WRONLY | O_CREAT | O_TRUNC; break;
     case CrashOpenType::kAppend: flags |= O_WRONLY | O_CREAT | O_APPEND; break;
     case CrashOpenType::kRead: flags |= O_RDONLY; break;
+    case CrashOpenType::kUpdate: flags |= O_WRONLY; break;
   }
   int fd;
   do {

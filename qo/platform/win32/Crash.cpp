@@ -329,6 +329,10 @@ CrashFileHandle crashFileOpen(wchar_t const* path, CrashOpenType type) {
       share = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
       disposition = OPEN_EXISTING;
       break;
+    case CrashOpenType::kUpdate:
+      share = FILE_SHARE_READ | FILE_SHARE_WRITE;
+      disposition = OPEN_EXISTING;
+      break;
   }
   HANDLE const file = CreateFileW(path, access, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
   return file == INVALID_HANDLE_VALUE ? kCrashNoFile : reinterpret_cast<CrashFileHandle>(file);
