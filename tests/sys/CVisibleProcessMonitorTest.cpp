@@ -124,7 +124,7 @@ public:
   // Waits (by default generously) until a list told satisfies test; true
   // when one did.
   bool waitFor(std::function<bool(std::vector<Entry> const&)> const& test,
-               std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
+               std::chrono::milliseconds timeout = std::chrono::seconds(120)) {
     std::unique_lock<std::mutex> lock(m_mutex);
     return m_changed.wait_for(lock, timeout, [&] {
       for (; m_seen < m_lists.size(); ++m_seen) {
@@ -244,7 +244,7 @@ TEST(CVisibleProcessMonitor, TellsWhenAProcessAppearsAndGoes) {
   }
   unsigned long long shell = 0;
   bool appeared = false, ended = false;
-  CTime const deadline = CTime::now() + CTimeSpan::fromMillis(20000);
+  CTime const deadline = CTime::now() + CTimeSpan::fromMillis(120000);
   while (!appeared && !ended && CTime::now() < deadline) {
     appeared = collector->waitFor(
         [&](std::vector<Entry> const& list) { return hasChildOf(list, script->getID(), shell); },
