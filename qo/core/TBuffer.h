@@ -90,6 +90,12 @@ public:
     if (size > m_capacity) reallocate(grownCapacity(size));
     m_size = size;
   }
+  /// setSize() for a size known to fit the capacity (asserted): no checks,
+  /// no reallocation; for inline fast paths.
+  void setSizeWithinCapacity(long long size) noexcept {
+    assert(size >= 0 && size <= m_capacity);
+    m_size = size;
+  }
   /// As setSize(), but elements beyond the old size become zero.
   void setSizeZeroed(long long size) {
     long long const oldSize = m_size;
