@@ -25,6 +25,7 @@
 #include "qo/core/CTestSafeGlobalHelper.h"
 #include "qo/core/P.h"
 #include "qo/core/TBuffer.h"
+#include "qo/fs/CURITraitsManager.h"
 
 namespace {
 
@@ -81,6 +82,35 @@ void BM_GlobalPointerLoad(benchmark::State& state) {
 }
 BENCHMARK(BM_GlobalPointerLoad)->UseRealTime();
 
+// A library singleton reached from outside the library (its get() reads the
+// published instance inline) against the plain C++ idiom: a function-local
+// static behind a call the compiler may not inline.
+void BM_LibrarySingletonGet(benchmark::State& state) {
+  for (auto _ : state) {
+    qo::CURITraitsManager* p = qo::CURITraitsManager::get().get();
+    benchmark::DoNotOptimize(p);
+  }
+}
+BENCHMARK(BM_LibrarySingletonGet);
+
+struct LocalStaticObject {
+  LocalStaticObject() : value(42) {}  // not constant: the static needs its guard
+  int value;
+};
+
+__attribute__((noinline)) LocalStaticObject* functionLocalStatic() {
+  static LocalStaticObject object;
+  return &object;
+}
+
+void BM_FunctionLocalStaticGet(benchmark::State& state) {
+  for (auto _ : state) {
+    LocalStaticObject* p = functionLocalStatic();
+    benchmark::DoNotOptimize(p);
+  }
+}
+BENCHMARK(BM_FunctionLocalStaticGet);
+
 void BM_TestHelperGetNotHeader(benchmark::State& state) {
   for (auto _ : state) {
     qo::P<qo::CTestSafeGlobalHelper> p = qo::CTestSafeGlobalHelper::getNotHeader();
@@ -114,6 +144,8 @@ BENCHMARK(BM_VectorResize)->UseRealTime();
 QO_BENCH_RATIO("P<T> copy / shared_ptr copy (1 thread)", "BM_PCopy/1", "BM_SharedPtrCopy/1");
 QO_BENCH_RATIO("P<T> copy / shared_ptr copy (2 threads)", "BM_PCopy/2", "BM_SharedPtrCopy/2");
 QO_BENCH_RATIO("slot singleton get() / global pointer load", "BM_SlotSingletonGet/1", "BM_GlobalPointerLoad/1");
+QO_BENCH_RATIO("library singleton get() / non-inlined function-local static", "BM_LibrarySingletonGet/1",
+               "BM_FunctionLocalStaticGet/1");
 QO_BENCH_RATIO("CTestSafeGlobalHelper::getNotHeader() / P<T> copy", "BM_TestHelperGetNotHeader/1", "BM_PCopy/1");
 QO_BENCH_RATIO("TBuffer setSize / vector resize (1 MiB)", "BM_TBufferSetSize/1", "BM_VectorResize/1");
 
@@ -121,6 +153,7 @@ void setUpCoreBench() {
   g_pShared = qo::newP<CBenchObject>();
   g_stdShared = std::make_shared<SharedObject>();
   g_pPlain = CBenchObject::get().get();
+  (void)qo::CURITraitsManager::get();
 }
 void tearDownCoreBench() {
   g_pShared = qo::nil;

@@ -2,7 +2,7 @@
 // against a hand-written serializer that memcpy's the same bytes into and
 // out of a std::vector (the lower bound: no virtual calls, no checks).
 //
-// - 4096 int32 values written, then read back, per iteration;
+// - 4096 and 1M int32 values written, then read back, per iteration;
 // - 1024 string records written, then read back, per iteration: a mix of
 //   short ASCII names, a longer ASCII path and a non-ASCII text. The
 //   hand-written writer gets the UTF-8 ready-made (std::string) and its
@@ -26,7 +26,6 @@
 namespace {
 
 
-constexpr int kInts = 4096;
 constexpr int kStrings = 1024;
 
 /// The hand-written counterpart: little-endian on the machines measured,
@@ -98,6 +97,7 @@ std::vector<qo::String> const& strings() {
   return all;
 }
 
+template <int kInts>
 void BM_DataWriteInt32(benchmark::State& state) {
   qo::P<qo::CBufferStream> buffer = qo::newP<qo::CBufferStream>();
   qo::CDataOutStream out(buffer.get());
@@ -108,8 +108,10 @@ void BM_DataWriteInt32(benchmark::State& state) {
   }
   state.SetItemsProcessed(state.iterations() * kInts);
 }
-BENCHMARK(BM_DataWriteInt32);
+BENCHMARK_TEMPLATE(BM_DataWriteInt32, 4096);
+BENCHMARK_TEMPLATE(BM_DataWriteInt32, 1 << 20);
 
+template <int kInts>
 void BM_MemcpyWriteInt32(benchmark::State& state) {
   std::vector<unsigned char> bytes;
   CMemcpyWriter out(bytes);
@@ -121,8 +123,10 @@ void BM_MemcpyWriteInt32(benchmark::State& state) {
   }
   state.SetItemsProcessed(state.iterations() * kInts);
 }
-BENCHMARK(BM_MemcpyWriteInt32);
+BENCHMARK_TEMPLATE(BM_MemcpyWriteInt32, 4096);
+BENCHMARK_TEMPLATE(BM_MemcpyWriteInt32, 1 << 20);
 
+template <int kInts>
 void BM_DataReadInt32(benchmark::State& state) {
   qo::P<qo::CBufferStream> buffer = qo::newP<qo::CBufferStream>();
   qo::CDataOutStream out(buffer.get());
@@ -136,8 +140,10 @@ void BM_DataReadInt32(benchmark::State& state) {
   }
   state.SetItemsProcessed(state.iterations() * kInts);
 }
-BENCHMARK(BM_DataReadInt32);
+BENCHMARK_TEMPLATE(BM_DataReadInt32, 4096);
+BENCHMARK_TEMPLATE(BM_DataReadInt32, 1 << 20);
 
+template <int kInts>
 void BM_MemcpyReadInt32(benchmark::State& state) {
   std::vector<unsigned char> bytes;
   CMemcpyWriter out(bytes);
@@ -151,7 +157,8 @@ void BM_MemcpyReadInt32(benchmark::State& state) {
   }
   state.SetItemsProcessed(state.iterations() * kInts);
 }
-BENCHMARK(BM_MemcpyReadInt32);
+BENCHMARK_TEMPLATE(BM_MemcpyReadInt32, 4096);
+BENCHMARK_TEMPLATE(BM_MemcpyReadInt32, 1 << 20);
 
 void BM_DataWriteString(benchmark::State& state) {
   qo::P<qo::CBufferStream> buffer = qo::newP<qo::CBufferStream>();
@@ -212,8 +219,14 @@ void BM_MemcpyReadString(benchmark::State& state) {
 }
 BENCHMARK(BM_MemcpyReadString);
 
-QO_BENCH_RATIO("CDataOutStream writeInt32 / memcpy serializer", "BM_DataWriteInt32/1", "BM_MemcpyWriteInt32/1");
-QO_BENCH_RATIO("CDataInStream readInt32 / memcpy deserializer", "BM_DataReadInt32/1", "BM_MemcpyReadInt32/1");
+QO_BENCH_RATIO("CDataOutStream writeInt32 / memcpy serializer (4096 values)", "BM_DataWriteInt32<4096>/1",
+               "BM_MemcpyWriteInt32<4096>/1");
+QO_BENCH_RATIO("CDataInStream readInt32 / memcpy deserializer (4096 values)", "BM_DataReadInt32<4096>/1",
+               "BM_MemcpyReadInt32<4096>/1");
+QO_BENCH_RATIO("CDataOutStream writeInt32 / memcpy serializer (1M values)", "BM_DataWriteInt32<1 << 20>/1",
+               "BM_MemcpyWriteInt32<1 << 20>/1");
+QO_BENCH_RATIO("CDataInStream readInt32 / memcpy deserializer (1M values)", "BM_DataReadInt32<1 << 20>/1",
+               "BM_MemcpyReadInt32<1 << 20>/1");
 QO_BENCH_RATIO("CDataOutStream writeString / memcpy serializer", "BM_DataWriteString/1", "BM_MemcpyWriteString/1");
 QO_BENCH_RATIO("CDataInStream readString / memcpy deserializer", "BM_DataReadString/1", "BM_MemcpyReadString/1");
 

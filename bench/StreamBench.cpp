@@ -98,24 +98,31 @@ void BM_MemcpyRead(benchmark::State& state) {
   state.SetBytesProcessed(state.iterations() * kTotal);
 }
 
+// Growth from empty to kGrown bytes in 4 KiB writes (the 1 MiB source
+// repeated), into a new stream or vector each time.
+template <long long kGrown>
 void BM_BufferStreamGrow(benchmark::State& state) {
   unsigned char const* const from = source().data();
   for (auto _ : state) {
     qo::P<qo::CBufferStream> stream = qo::newP<qo::CBufferStream>();
-    for (int done = 0; done < kTotal; done += 4096) stream->write(from + done, 4096);
+    for (long long done = 0; done < kGrown; done += 4096) stream->write(from + done % kTotal, 4096);
     benchmark::DoNotOptimize(stream.get());
   }
-  state.SetBytesProcessed(state.iterations() * kTotal);
+  state.SetBytesProcessed(state.iterations() * kGrown);
 }
 
+template <long long kGrown>
 void BM_VectorGrow(benchmark::State& state) {
   unsigned char const* const from = source().data();
   for (auto _ : state) {
     std::vector<unsigned char> target;
-    for (int done = 0; done < kTotal; done += 4096) target.insert(target.end(), from + done, from + done + 4096);
+    for (long long done = 0; done < kGrown; done += 4096) {
+      unsigned char const* const chunk = from + done % kTotal;
+      target.insert(target.end(), chunk, chunk + 4096);
+    }
     benchmark::DoNotOptimize(target.data());
   }
-  state.SetBytesProcessed(state.iterations() * kTotal);
+  state.SetBytesProcessed(state.iterations() * kGrown);
 }
 
 BENCHMARK_TEMPLATE(BM_BufferStreamWrite, 64);
@@ -126,8 +133,10 @@ BENCHMARK_TEMPLATE(BM_BufferStreamRead, 64);
 BENCHMARK_TEMPLATE(BM_MemcpyRead, 64);
 BENCHMARK_TEMPLATE(BM_BufferStreamRead, 4096);
 BENCHMARK_TEMPLATE(BM_MemcpyRead, 4096);
-BENCHMARK(BM_BufferStreamGrow);
-BENCHMARK(BM_VectorGrow);
+BENCHMARK_TEMPLATE(BM_BufferStreamGrow, 1 << 20);
+BENCHMARK_TEMPLATE(BM_VectorGrow, 1 << 20);
+BENCHMARK_TEMPLATE(BM_BufferStreamGrow, 64 << 20);
+BENCHMARK_TEMPLATE(BM_VectorGrow, 64 << 20);
 
 // The standing locks: 64 shared ranges of 96 bytes every 64 bytes, so each
 // overlaps its neighbours; the requests are shared ranges of 200 bytes at 64
@@ -211,8 +220,10 @@ QO_BENCH_RATIO("CBufferStream write / memcpy (4 KiB chunks)", "BM_BufferStreamWr
 QO_BENCH_RATIO("CBufferStream read / memcpy (64 B chunks)", "BM_BufferStreamRead<64>/1", "BM_MemcpyRead<64>/1");
 QO_BENCH_RATIO("CBufferStream read / memcpy (4 KiB chunks)", "BM_BufferStreamRead<4096>/1",
                "BM_MemcpyRead<4096>/1");
-QO_BENCH_RATIO("CBufferStream growing write / vector append (4 KiB chunks)", "BM_BufferStreamGrow/1",
-               "BM_VectorGrow/1");
+QO_BENCH_RATIO("CBufferStream growing write / vector append (4 KiB chunks to 1 MiB)",
+               "BM_BufferStreamGrow<1 << 20>/1", "BM_VectorGrow<1 << 20>/1");
+QO_BENCH_RATIO("CBufferStream growing write / vector append (4 KiB chunks to 64 MiB)",
+               "BM_BufferStreamGrow<64 << 20>/1", "BM_VectorGrow<64 << 20>/1");
 QO_BENCH_RATIO("CStreamLockManager lock+unlock / plain multimap table", "BM_LockManagerPair/1",
                "BM_PlainLockTablePair/1");
 

@@ -6,7 +6,7 @@ namespace qo {
 
 std::atomic<CSafeGlobalSlot*> CSafeGlobalSlot::g_pLast{nullptr};
 
-void* CSafeGlobalSlot::useSlow(CreateFunc create, DisposeFunc dispose) {
+void* CSafeGlobalSlot::useSlow(CreateFunc create, DisposeFunc dispose, std::atomic<void*>* mirror) {
   std::uint32_t previous = m_flags.fetch_or(kClaimed);
   if (previous & kClaimed) {
     // Another thread creates (or created) the instance.
@@ -24,6 +24,12 @@ void* CSafeGlobalSlot::useSlow(CreateFunc create, DisposeFunc dispose) {
   }
   void* instance = create();
   m_dispose = dispose;
+  // The mirror before the slot: whoever takes the instance out of the slot
+  // then finds it in the mirror too and clears both.
+  if (mirror != nullptr) {
+    m_pMirror.store(mirror, std::memory_order_relaxed);
+    mirror->store(instance, std::memory_order_release);
+  }
   m_instance.store(instance, std::memory_order_release);
   std::atomic_thread_fence(std::memory_order_seq_cst);
   link();
@@ -41,9 +47,15 @@ void CSafeGlobalSlot::link() {
   } while (!g_pLast.compare_exchange_weak(head, this));
 }
 
-void CSafeGlobalSlot::dispose() {
+void* CSafeGlobalSlot::take() {
   void* instance = m_instance.exchange(nullptr);
-  if (instance != nullptr) m_dispose(instance);
+  if (instance == nullptr) return nullptr;
+  if (std::atomic<void*>* mirror = m_pMirror.load(std::memory_order_relaxed)) mirror->store(nullptr);
+  return instance;
+}
+
+void CSafeGlobalSlot::dispose() {
+  if (void* instance = take()) m_dispose(instance);
 }
 
 void CSafeGlobalSlot::disposeAll() {
@@ -51,8 +63,7 @@ void CSafeGlobalSlot::disposeAll() {
     g_pLast.store(slot->m_pNext);
     slot->m_pNext = nullptr;
     slot->m_flags.fetch_and(~kLinked);
-    void* instance = slot->m_instance.exchange(nullptr);
-    if (instance != nullptr) slot->m_dispose(instance);
+    if (void* instance = slot->take()) slot->m_dispose(instance);
   }
 }
 

@@ -13,6 +13,20 @@
 //     return TSafeGlobal<CFoo>::get(g_pInstanceSlot);
 //   }
 // TSafeGlobal keeps the instance in a heap P<CFoo> and releases it on dispose.
+//
+// A hot singleton reached from outside the library gets an inline get():
+// the slot also publishes its instance in a "mirror" (an exported
+// std::atomic<void*> of the class), which the accessor reads inline, so a
+// created singleton costs the caller one load and one test:
+//   static P<CFoo> const& get() {                       // in the header
+//     P<CFoo> const* p = TSafeGlobal<CFoo>::peek(g_pInstance);
+//     return p ? *p : getSlow();
+//   }
+//   P<CFoo> const& CFoo::getSlow() {                     // in the source
+//     static CSafeGlobalSlot g_pInstanceSlot;
+//     return TSafeGlobal<CFoo>::get(g_pInstanceSlot, g_pInstance);
+//   }
+// The slot clears the mirror before it disposes the instance.
 #ifndef QO_CORE_CSAFEGLOBALSLOT_H
 #define QO_CORE_CSAFEGLOBALSLOT_H
 
@@ -48,7 +62,15 @@ public:
   void* use(CreateFunc create, DisposeFunc dispose) {
     void* instance = m_instance.load(std::memory_order_acquire);
     if (instance != nullptr) return instance;
-    return useSlow(create, dispose);
+    return useSlow(create, dispose, nullptr);
+  }
+  /// As use(), and publishes the instance in mirror (see the top), which the
+  /// slot clears before the instance is disposed. Pass the same mirror on
+  /// every call.
+  void* use(CreateFunc create, DisposeFunc dispose, std::atomic<void*>& mirror) {
+    void* instance = m_instance.load(std::memory_order_acquire);
+    if (instance != nullptr) return instance;
+    return useSlow(create, dispose, &mirror);
   }
 
   /// Disposes the instance (if any); the slot stays registered and the next
@@ -71,12 +93,15 @@ protected:
 private:
   enum : std::uint32_t { kLinked = 4u };  // In the g_pLast list.
 
-  void* useSlow(CreateFunc create, DisposeFunc dispose);
+  void* useSlow(CreateFunc create, DisposeFunc dispose, std::atomic<void*>* mirror);
   void link();
+  // Takes the instance out of the slot and its mirror; null when none.
+  void* take();
 
   std::atomic<std::uint32_t> m_flags{0};
   std::atomic<void*> m_instance{nullptr};
   DisposeFunc m_dispose = nullptr;
+  std::atomic<std::atomic<void*>*> m_pMirror{nullptr};
   CSafeGlobalSlot* m_pNext = nullptr;
 };
 
@@ -97,6 +122,15 @@ struct TSafeGlobal {
   }
   /// The heap P of the slot; valid until the slot is disposed.
   static P<X> const& get(CSafeGlobalSlot& slot) { return *static_cast<P<X>*>(slot.use(&create, &dispose)); }
+  /// As get(slot), publishing the instance in mirror for peek().
+  static P<X> const& get(CSafeGlobalSlot& slot, std::atomic<void*>& mirror) {
+    return *static_cast<P<X>*>(slot.use(&create, &dispose, mirror));
+  }
+  /// The heap P published in mirror, or null while there is none (not yet
+  /// created, or disposed). One load; for inline accessors. Thread-safe.
+  static P<X> const* peek(std::atomic<void*> const& mirror) noexcept {
+    return static_cast<P<X> const*>(mirror.load(std::memory_order_acquire));
+  }
 };
 
 }  // namespace qo

@@ -27,9 +27,12 @@
 
 #include <cassert>
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <memory>
+#include <new>
 #include <type_traits>
 
 #include "qo/core/CBase.h"
@@ -43,6 +46,7 @@ namespace qo {
 template <class T>
 class TBuffer : public CBase {
   static_assert(std::is_trivial_v<T>, "TBuffer holds trivial types only: it copies with memcpy and skips construction");
+  static_assert(alignof(T) <= alignof(std::max_align_t), "TBuffer storage comes from malloc");
 
 public:
   using value_type = T;
@@ -75,11 +79,11 @@ public:
   /// Element i, unchecked (asserted): 0 <= i < getSize().
   T& operator[](long long i) noexcept {
     assert(i >= 0 && i < m_size);
-    return m_data[static_cast<std::size_t>(i)];
+    return m_data.get()[static_cast<std::size_t>(i)];
   }
   T const& operator[](long long i) const noexcept {
     assert(i >= 0 && i < m_size);
-    return m_data[static_cast<std::size_t>(i)];
+    return m_data.get()[static_cast<std::size_t>(i)];
   }
 
   /// Keeps the first min(size, getSize()) elements; elements beyond the old
@@ -88,6 +92,12 @@ public:
   void setSize(long long size) {
     checkSize(size, "TBuffer::setSize");
     if (size > m_capacity) reallocate(grownCapacity(size));
+    m_size = size;
+  }
+  /// setSize() for a size known to fit the capacity (asserted): no checks,
+  /// no reallocation; for inline fast paths.
+  void setSizeWithinCapacity(long long size) noexcept {
+    assert(size >= 0 && size <= m_capacity);
     m_size = size;
   }
   /// As setSize(), but elements beyond the old size become zero.
@@ -119,13 +129,14 @@ public:
     if (count == 0) return;
     long long const newSize = m_size + count;
     if (newSize > m_capacity) {
-      // Copy before the old storage goes: data may point into it.
-      long long const newCapacity = grownCapacity(newSize);
-      std::unique_ptr<T[]> fresh(new T[static_cast<std::size_t>(newCapacity)]);
-      if (m_size > 0) std::memcpy(fresh.get(), m_data.get(), static_cast<std::size_t>(m_size) * sizeof(T));
-      std::memcpy(fresh.get() + m_size, data, static_cast<std::size_t>(count) * sizeof(T));
-      m_data = std::move(fresh);
-      m_capacity = newCapacity;
+      // data may point into the storage, which growing moves.
+      T const* const old = m_data.get();
+      std::less<T const*> const before;
+      bool const own = old != nullptr && !before(data, old) && before(data, old + m_capacity);
+      std::ptrdiff_t const offset = own ? data - old : 0;
+      reallocate(grownCapacity(newSize));
+      if (own) data = m_data.get() + offset;
+      std::memmove(m_data.get() + m_size, data, static_cast<std::size_t>(count) * sizeof(T));
     } else {
       // memmove: data may overlap the tail being written.
       std::memmove(m_data.get() + m_size, data, static_cast<std::size_t>(count) * sizeof(T));
@@ -150,17 +161,27 @@ private:
     long long const doubled = m_capacity > kMaxSize / 2 ? kMaxSize : m_capacity * 2;
     return needed > doubled ? needed : doubled;
   }
+  // Through realloc: a large block grows in place or by remapping its
+  // pages (glibc), without the copy and the page faults of a fresh block.
   void reallocate(long long capacity) {
-    std::unique_ptr<T[]> fresh;
-    if (capacity > 0) fresh.reset(new T[static_cast<std::size_t>(capacity)]);  // default-init: no zero-fill
-    long long const kept = m_size < capacity ? m_size : capacity;
-    if (kept > 0) std::memcpy(fresh.get(), m_data.get(), static_cast<std::size_t>(kept) * sizeof(T));
-    m_data = std::move(fresh);
+    if (capacity == 0) {
+      m_data.reset();
+    } else {
+      // With nothing to keep, a fresh block spares realloc copying the old one.
+      if (m_size == 0) m_data.reset();
+      void* const fresh = std::realloc(m_data.get(), static_cast<std::size_t>(capacity) * sizeof(T));
+      if (fresh == nullptr) throw std::bad_alloc();
+      (void)m_data.release();
+      m_data.reset(static_cast<T*>(fresh));
+    }
     m_capacity = capacity;
     if (m_size > capacity) m_size = capacity;
   }
+  struct FreeStorage {
+    void operator()(T* data) const noexcept { std::free(data); }
+  };
 
-  std::unique_ptr<T[]> m_data;
+  std::unique_ptr<T, FreeStorage> m_data;
   long long m_size = 0;
   long long m_capacity = 0;
 };

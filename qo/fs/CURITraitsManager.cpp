@@ -24,7 +24,11 @@ CURITraitsManager::CURITraitsManager() : m_generic(new CURITraits_Generic) {
 
 CURITraitsManager::~CURITraitsManager() = default;
 
-P<CURITraitsManager> const& CURITraitsManager::get() { return TSafeGlobal<CURITraitsManager>::get(g_instanceSlot); }
+std::atomic<void*> CURITraitsManager::g_pInstance{nullptr};
+
+P<CURITraitsManager> const& CURITraitsManager::getSlow() {
+  return TSafeGlobal<CURITraitsManager>::get(g_instanceSlot, g_pInstance);
+}
 
 void CURITraitsManager::disposeGlobalInstance() { g_instanceSlot.dispose(); }
 

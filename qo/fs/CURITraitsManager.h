@@ -12,10 +12,12 @@
 #ifndef QO_FS_CURITRAITSMANAGER_H
 #define QO_FS_CURITRAITSMANAGER_H
 
+#include <atomic>
 #include <map>
 
 #include "qo/core/CBase.h"
 #include "qo/core/Export.h"
+#include "qo/core/CSafeGlobalSlot.h"
 #include "qo/core/P.h"
 #include "qo/core/String.h"
 #include "qo/fs/IURITraits.h"
@@ -32,8 +34,12 @@ public:
   CURITraitsManager(CURITraitsManager const&) = delete;
   CURITraitsManager& operator=(CURITraitsManager const&) = delete;
 
-  /// The process-wide instance, created on first use. Thread-safe.
-  static P<CURITraitsManager> const& get();
+  /// The process-wide instance, created on first use; once created, an
+  /// inline load and test. Thread-safe.
+  static P<CURITraitsManager> const& get() {
+    P<CURITraitsManager> const* instance = TSafeGlobal<CURITraitsManager>::peek(g_pInstance);
+    return instance != nullptr ? *instance : getSlow();
+  }
   /// Releases the process-wide instance (library shutdown). Must not race
   /// with get().
   static void disposeGlobalInstance();
@@ -46,6 +52,10 @@ public:
   void registerTraits(String const& scheme, P<IURITraits> const& traits);
 
 private:
+  static P<CURITraitsManager> const& getSlow();
+  // The instance as the slot publishes it, for get().
+  static std::atomic<void*> g_pInstance;
+
   mutable CMutex m_mutex;
   std::map<String, P<IURITraits>> m_traits;
   P<IURITraits> m_generic;

@@ -22,10 +22,13 @@ CBufferStream::CBufferStream() : CBufferStream(static_cast<Buffer*>(nullptr)) {}
 CBufferStream::CBufferStream(Buffer* buffer, double growthFactor) : m_growthFactor(growthFactor) {
   m_buffer = buffer ? P<Buffer>::share(buffer) : newP<Buffer>();
   m_constBuffer = m_buffer;
+  m_pOpenBuffer = m_buffer.get();
+  m_pOpenConstBuffer = m_buffer.get();
 }
 
 CBufferStream::CBufferStream(Buffer const* buffer) {
   m_constBuffer = buffer ? PC<Buffer>::share(buffer) : PC<Buffer>(newP<Buffer>());
+  m_pOpenConstBuffer = m_constBuffer.get();
 }
 
 CBufferStream::~CBufferStream() = default;
@@ -70,7 +73,11 @@ P<IStreamLock> CBufferStream::lockRange(long long, long long, LockType) {
                         u"Buffer stream does not support range locking.", CProps(), m_uri);
 }
 
-void CBufferStream::close() { m_closed = true; }
+void CBufferStream::close() {
+  m_closed = true;
+  m_pOpenBuffer = nullptr;
+  m_pOpenConstBuffer = nullptr;
+}
 
 void CBufferStream::read(void* buffer, int size) {
   int const got = readLax(buffer, size);

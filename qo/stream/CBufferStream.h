@@ -20,6 +20,9 @@
 #ifndef QO_STREAM_CBUFFERSTREAM_H
 #define QO_STREAM_CBUFFERSTREAM_H
 
+#include <cstddef>
+#include <cstring>
+
 #include "qo/core/CBase.h"
 #include "qo/core/Export.h"
 #include "qo/core/P.h"
@@ -104,6 +107,35 @@ public:
   /// when closed; CInvalidArgError for a negative length.
   void setLength(long long length) override;
 
+  // --- inline transfers for record writers and readers ----------------------
+  /// Copies size bytes from data (which must not lie in the buffer) to the
+  /// position, as write() would, when the stream is open and writable and
+  /// they fit the capacity; returns false with nothing done otherwise, and
+  /// the caller then calls write(). Not thread-safe.
+  bool tryWriteInPlace(void const* data, std::size_t size) noexcept {
+    Buffer* const buffer = m_pOpenBuffer;
+    if (buffer == nullptr) return false;
+    long long const end = m_position + static_cast<long long>(size);
+    if (end > buffer->getCapacity()) return false;
+    if (end > buffer->getSize()) buffer->setSizeWithinCapacity(end);
+    std::memcpy(buffer->getData() + m_position, data, size);
+    m_position = end;
+    return true;
+  }
+  /// Copies size bytes at the position to data and moves past them, as
+  /// read() would, when the stream is open and that many bytes are left;
+  /// returns false with nothing done otherwise, and the caller then calls
+  /// read(). Not thread-safe.
+  bool tryReadInPlace(void* data, std::size_t size) noexcept {
+    Buffer const* const buffer = m_pOpenConstBuffer;
+    if (buffer == nullptr) return false;
+    long long const end = m_position + static_cast<long long>(size);
+    if (end > buffer->getSize()) return false;
+    std::memcpy(data, buffer->getData() + m_position, size);
+    m_position = end;
+    return true;
+  }
+
 private:
   void checkOpen(char const* place) const;
   void checkWritable(char const* place) const;
@@ -112,6 +144,10 @@ private:
 
   P<Buffer> m_buffer;          // null for the read-only form
   PC<Buffer> m_constBuffer;    // always set
+  // The buffers while the stream is open (m_pOpenBuffer only when
+  // writable), null after close(): the inline transfers test one pointer.
+  Buffer* m_pOpenBuffer = nullptr;
+  Buffer const* m_pOpenConstBuffer = nullptr;
   double m_growthFactor = 2.0;
   long long m_position = 0;
   bool m_closed = false;

@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <typeinfo>
 
 #include "qo/core/CIOError.h"
 #include "qo/core/CInvalidArgError.h"
@@ -13,13 +14,6 @@
 namespace qo {
 
 namespace {
-
-template <class TUnsigned>
-TUnsigned getLittleEndian(unsigned char const* bytes) {
-  TUnsigned value = 0;
-  for (std::size_t i = sizeof(TUnsigned); i-- > 0;) value = static_cast<TUnsigned>((value << 8) | bytes[i]);
-  return value;
-}
 
 // Records up to this many bytes are read into the stack instead of a heap
 // array; the bytes and the outcome are the same.
@@ -42,43 +36,12 @@ String decodeText(char const* bytes, std::size_t length) {
 CDataInStream::CDataInStream(IInStream* inner) {
   if (!inner) throw CInvalidArgError(u"CDataInStream::CDataInStream", u"the inner stream is null");
   m_inner = inner;
+  if (typeid(*inner) == typeid(CBufferStream)) m_pBufferStream = dynamic_cast<CBufferStream*>(inner);
 }
 
 CDataInStream::~CDataInStream() = default;
 
-std::int8_t CDataInStream::readInt8() { return static_cast<std::int8_t>(readUInt8()); }
-
-std::uint8_t CDataInStream::readUInt8() {
-  std::uint8_t value;
-  readRaw(&value, 1);
-  return value;
-}
-
-std::int16_t CDataInStream::readInt16() { return static_cast<std::int16_t>(readUInt16()); }
-
-std::uint16_t CDataInStream::readUInt16() {
-  unsigned char bytes[2];
-  readRaw(bytes, sizeof bytes);
-  return getLittleEndian<std::uint16_t>(bytes);
-}
-
-std::int32_t CDataInStream::readInt32() { return static_cast<std::int32_t>(readUInt32()); }
-
-std::uint32_t CDataInStream::readUInt32() {
-  unsigned char bytes[4];
-  readRaw(bytes, sizeof bytes);
-  return getLittleEndian<std::uint32_t>(bytes);
-}
-
-long long CDataInStream::readInt64() { return static_cast<long long>(readUInt64()); }
-
-unsigned long long CDataInStream::readUInt64() {
-  unsigned char bytes[8];
-  readRaw(bytes, sizeof bytes);
-  return getLittleEndian<std::uint64_t>(bytes);
-}
-
-bool CDataInStream::readBool() { return readUInt8() != 0; }
+void CDataInStream::readRaw(void* buffer, int size) { m_inner->read(buffer, size); }
 
 double CDataInStream::readDouble() {
   char bytes[kIeeeExtendedSize];
@@ -97,7 +60,7 @@ String CDataInStream::readString() {
   std::size_t const length = static_cast<std::size_t>(count);
   if (length <= kSmallText) {
     char bytes[kSmallText];
-    if (count > 0) readRaw(bytes, count);
+    if (count > 0) readSmall(bytes, length);
     return decodeText(bytes, length);
   }
   std::unique_ptr<char[]> bytes(new char[length + 1]);

@@ -15,7 +15,9 @@
 // the short-read error.
 //
 // The stream is itself an IInStream: the stream operations forward to the
-// wrapped stream unchanged.
+// wrapped stream unchanged. From a CBufferStream holding enough bytes the
+// fixed-size values are copied by inline code instead of read() (the same
+// bytes and position).
 //
 //   CDataInStream in(source.get());
 //   int version; String name; double rate;
@@ -26,6 +28,7 @@
 #ifndef QO_STREAM_CDATAINSTREAM_H
 #define QO_STREAM_CDATAINSTREAM_H
 
+#include <cstddef>
 #include <cstdint>
 
 #include "qo/core/CBase.h"
@@ -33,6 +36,7 @@
 #include "qo/core/P.h"
 #include "qo/core/String.h"
 #include "qo/fs/CURI.h"
+#include "qo/stream/CBufferStream.h"
 #include "qo/stream/IInStream.h"
 #include "qo/stream/IStreamLock.h"
 
@@ -50,16 +54,18 @@ public:
   CDataInStream& operator=(CDataInStream const&) = delete;
 
   // --- values ------------------------------------------------------------------
-  std::int8_t readInt8();
-  std::uint8_t readUInt8();
-  std::int16_t readInt16();
-  std::uint16_t readUInt16();
-  std::int32_t readInt32();
-  std::uint32_t readUInt32();
-  long long readInt64();
-  unsigned long long readUInt64();
+  // The fixed-size values are read inline: from a CBufferStream holding
+  // enough bytes they come straight from its buffer, else through read().
+  std::int8_t readInt8() { return static_cast<std::int8_t>(readFixed<std::uint8_t>()); }  ///< 1 byte.
+  std::uint8_t readUInt8() { return readFixed<std::uint8_t>(); }                         ///< 1 byte.
+  std::int16_t readInt16() { return static_cast<std::int16_t>(readFixed<std::uint16_t>()); }  ///< 2 bytes.
+  std::uint16_t readUInt16() { return readFixed<std::uint16_t>(); }                      ///< 2 bytes.
+  std::int32_t readInt32() { return static_cast<std::int32_t>(readFixed<std::uint32_t>()); }  ///< 4 bytes.
+  std::uint32_t readUInt32() { return readFixed<std::uint32_t>(); }                      ///< 4 bytes.
+  long long readInt64() { return static_cast<long long>(readFixed<std::uint64_t>()); }  ///< 8 bytes.
+  unsigned long long readUInt64() { return readFixed<std::uint64_t>(); }                ///< 8 bytes.
   /// Any non-zero byte is true.
-  bool readBool();
+  bool readBool() { return readFixed<std::uint8_t>() != 0; }
   /// 10 bytes of big-endian 80-bit extended (convertFromIeeeExtended).
   double readDouble();
   /// A string record decoded as strict UTF-8; bytes after a NUL inside the
@@ -125,11 +131,30 @@ protected:
   [[noreturn]] void throwError(long long code);
 
 private:
-  void readRaw(void* buffer, int size) { m_inner->read(buffer, size); }
+  template <class TUnsigned>
+  TUnsigned readFixed() {
+    TUnsigned bytes = 0;
+    readSmall(&bytes, sizeof bytes);
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+    TUnsigned value = 0;
+    for (std::size_t i = 0; i < sizeof(TUnsigned); ++i) value = static_cast<TUnsigned>((value << 8) | ((bytes >> (8 * i)) & 0xFF));
+    return value;
+#else
+    return bytes;  // the record's byte order is the machine's
+#endif
+  }
+  void readSmall(void* buffer, std::size_t size) {
+    if (m_pBufferStream == nullptr || !m_pBufferStream->tryReadInPlace(buffer, size))
+      readRaw(buffer, static_cast<int>(size));
+  }
+  void readRaw(void* buffer, int size);
   /// The count of a string record; throws kind 5 when it is negative.
   std::int32_t readTextCount();
 
   P<IInStream> m_inner;
+  // m_inner when it is exactly a CBufferStream (no subclass that could
+  // change read()), else null.
+  CBufferStream* m_pBufferStream = nullptr;
 };
 
 }  // namespace qo

@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <limits>
+#include <typeinfo>
 
 #include "qo/core/CInvalidArgError.h"
 #include "qo/core/CProps.h"
@@ -28,56 +29,17 @@ constexpr std::size_t kSmallText = 252;
 CDataOutStream::CDataOutStream(IOutStream* inner) {
   if (!inner) throw CInvalidArgError(u"CDataOutStream::CDataOutStream", u"the inner stream is null");
   m_inner = inner;
+  if (typeid(*inner) == typeid(CBufferStream)) m_pBufferStream = dynamic_cast<CBufferStream*>(inner);
 }
 
 CDataOutStream::~CDataOutStream() = default;
 
-CDataOutStream& CDataOutStream::writeInt8(std::int8_t value) { return writeUInt8(static_cast<std::uint8_t>(value)); }
-
-CDataOutStream& CDataOutStream::writeUInt8(std::uint8_t value) {
-  writeRaw(&value, 1);
-  return *this;
-}
-
-CDataOutStream& CDataOutStream::writeInt16(std::int16_t value) {
-  return writeUInt16(static_cast<std::uint16_t>(value));
-}
-
-CDataOutStream& CDataOutStream::writeUInt16(std::uint16_t value) {
-  unsigned char bytes[2];
-  putLittleEndian(value, bytes);
-  writeRaw(bytes, sizeof bytes);
-  return *this;
-}
-
-CDataOutStream& CDataOutStream::writeInt32(std::int32_t value) {
-  return writeUInt32(static_cast<std::uint32_t>(value));
-}
-
-CDataOutStream& CDataOutStream::writeUInt32(std::uint32_t value) {
-  unsigned char bytes[4];
-  putLittleEndian(value, bytes);
-  writeRaw(bytes, sizeof bytes);
-  return *this;
-}
-
-CDataOutStream& CDataOutStream::writeInt64(long long value) {
-  return writeUInt64(static_cast<unsigned long long>(value));
-}
-
-CDataOutStream& CDataOutStream::writeUInt64(unsigned long long value) {
-  unsigned char bytes[8];
-  putLittleEndian(static_cast<std::uint64_t>(value), bytes);
-  writeRaw(bytes, sizeof bytes);
-  return *this;
-}
-
-CDataOutStream& CDataOutStream::writeBool(bool value) { return writeUInt8(value ? 1 : 0); }
+void CDataOutStream::writeRaw(void const* data, int size) { m_inner->write(data, size, nullptr); }
 
 CDataOutStream& CDataOutStream::writeDouble(double value) {
   char bytes[kIeeeExtendedSize];
   convertToIeeeExtended(value, bytes);
-  writeRaw(bytes, sizeof bytes);
+  writeSmall(bytes, sizeof bytes);
   return *this;
 }
 
@@ -94,7 +56,7 @@ CDataOutStream& CDataOutStream::writeString(String const& text) {
     }
     if (i == length) {
       putLittleEndian(static_cast<std::uint32_t>(length), record);
-      writeRaw(record, static_cast<int>(4 + length));
+      writeSmall(record, 4 + length);
       return *this;
     }
   }
@@ -123,7 +85,7 @@ CDataOutStream& CDataOutStream::writeText(char const* bytes, std::size_t length,
     unsigned char record[4 + kSmallText];
     putLittleEndian(static_cast<std::uint32_t>(length), record);
     if (length > 0) std::memcpy(record + 4, bytes, length);
-    writeRaw(record, static_cast<int>(4 + length));
+    writeSmall(record, 4 + length);
   } else {
     writeUInt32(static_cast<std::uint32_t>(length));
     writeRaw(bytes, static_cast<int>(length));

@@ -16,7 +16,9 @@
 // The stream is itself an IOutStream: the stream operations forward to the
 // wrapped stream unchanged, so typed values and raw blocks mix freely, and
 // position, length and URI are the wrapped stream's. It keeps no buffer:
-// each value reaches the wrapped stream as one write() with no barrier.
+// each value reaches the wrapped stream as one write() with no barrier, or,
+// for a CBufferStream with room enough, is stored straight into its buffer
+// by inline code (the same bytes, position and length).
 //
 //   CDataOutStream out(buffer.get());
 //   out << 42 << String(u"name") << 1.5;
@@ -29,6 +31,7 @@
 #ifndef QO_STREAM_CDATAOUTSTREAM_H
 #define QO_STREAM_CDATAOUTSTREAM_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -38,6 +41,7 @@
 #include "qo/core/String.h"
 #include "qo/core/TConstBufferSlice.h"
 #include "qo/fs/CURI.h"
+#include "qo/stream/CBufferStream.h"
 #include "qo/stream/IOutStream.h"
 #include "qo/stream/IStreamLock.h"
 #include "qo/stream/IWriteBarrier.h"
@@ -56,16 +60,22 @@ public:
   CDataOutStream& operator=(CDataOutStream const&) = delete;
 
   // --- values; each returns *this -------------------------------------------
-  CDataOutStream& writeInt8(std::int8_t value);     ///< 1 byte.
-  CDataOutStream& writeUInt8(std::uint8_t value);   ///< 1 byte.
-  CDataOutStream& writeInt16(std::int16_t value);   ///< 2 bytes, little-endian.
-  CDataOutStream& writeUInt16(std::uint16_t value); ///< 2 bytes, little-endian.
-  CDataOutStream& writeInt32(std::int32_t value);   ///< 4 bytes, little-endian.
-  CDataOutStream& writeUInt32(std::uint32_t value); ///< 4 bytes, little-endian.
-  CDataOutStream& writeInt64(long long value);      ///< 8 bytes, little-endian.
-  CDataOutStream& writeUInt64(unsigned long long value);  ///< 8 bytes, little-endian.
+  // The fixed-size values are written inline: into a CBufferStream with
+  // room enough they go straight to its buffer, else through write().
+  CDataOutStream& writeInt8(std::int8_t value) { return writeFixed(static_cast<std::uint8_t>(value)); }  ///< 1 byte.
+  CDataOutStream& writeUInt8(std::uint8_t value) { return writeFixed(value); }    ///< 1 byte.
+  /// 2 bytes, little-endian.
+  CDataOutStream& writeInt16(std::int16_t value) { return writeFixed(static_cast<std::uint16_t>(value)); }
+  CDataOutStream& writeUInt16(std::uint16_t value) { return writeFixed(value); }  ///< 2 bytes, little-endian.
+  /// 4 bytes, little-endian.
+  CDataOutStream& writeInt32(std::int32_t value) { return writeFixed(static_cast<std::uint32_t>(value)); }
+  CDataOutStream& writeUInt32(std::uint32_t value) { return writeFixed(value); }  ///< 4 bytes, little-endian.
+  /// 8 bytes, little-endian.
+  CDataOutStream& writeInt64(long long value) { return writeFixed(static_cast<std::uint64_t>(value)); }
+  /// 8 bytes, little-endian.
+  CDataOutStream& writeUInt64(unsigned long long value) { return writeFixed(static_cast<std::uint64_t>(value)); }
   /// 1 byte: 1 for true, 0 for false.
-  CDataOutStream& writeBool(bool value);
+  CDataOutStream& writeBool(bool value) { return writeFixed(static_cast<std::uint8_t>(value ? 1 : 0)); }
   /// 10 bytes, big-endian 80-bit extended (convertToIeeeExtended); -0.0 is
   /// written as 0, NaN as infinity.
   CDataOutStream& writeDouble(double value);
@@ -145,10 +155,36 @@ public:
   void close() override;
 
 private:
-  void writeRaw(void const* data, int size) { m_inner->write(data, size, nullptr); }
+  template <class TUnsigned>
+  CDataOutStream& writeFixed(TUnsigned value) {
+    // The value as one integer, not byte by byte: a following load of the
+    // whole would stall on several narrow stores.
+    TUnsigned const bytes = toLittleEndian(value);
+    writeSmall(&bytes, sizeof bytes);
+    return *this;
+  }
+  template <class TUnsigned>
+  static TUnsigned toLittleEndian(TUnsigned value) noexcept {
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+    TUnsigned swapped = 0;
+    for (std::size_t i = 0; i < sizeof(TUnsigned); ++i) swapped = static_cast<TUnsigned>((swapped << 8) | ((value >> (8 * i)) & 0xFF));
+    return swapped;
+#else
+    return value;
+#endif
+  }
+  // For bytes outside the wrapped stream's buffer (a local copy).
+  void writeSmall(void const* data, std::size_t size) {
+    if (m_pBufferStream == nullptr || !m_pBufferStream->tryWriteInPlace(data, size))
+      writeRaw(data, static_cast<int>(size));
+  }
+  void writeRaw(void const* data, int size);
   CDataOutStream& writeText(char const* bytes, std::size_t length, char const* place);
 
   P<IOutStream> m_inner;
+  // m_inner when it is exactly a CBufferStream (no subclass that could
+  // change write()), else null.
+  CBufferStream* m_pBufferStream = nullptr;
 };
 
 }  // namespace qo

@@ -90,6 +90,32 @@ TEST_F(CSafeGlobalSlotTest, SlotUsedAgainAfterDisposeAllOrDisposeIsDisposedOnceA
   EXPECT_EQ(g_events, (std::vector<std::string>{"+s6", "-s6", "+s6", "+s7", "-s7", "-s6"}));
 }
 
+// The mirror an inline accessor reads follows the slot: set on creation,
+// cleared before each kind of disposal, set again on re-creation.
+TEST_F(CSafeGlobalSlotTest, MirrorFollowsCreationAndDisposal) {
+  static std::atomic<void*> mirror{nullptr};
+  auto get = [] {
+    return static_cast<std::string*>(Named<10>::slot.use(&Named<10>::create, &Named<10>::dispose, mirror));
+  };
+  struct Step {
+    char const* name;
+    void (*dispose)();
+  };
+  Step const steps[] = {{"dispose", [] { Named<10>::slot.dispose(); }},
+                        {"disposeAll", [] { CSafeGlobalSlot::disposeAll(); }}};
+  for (Step const& step : steps) {
+    SCOPED_TRACE(step.name);
+    EXPECT_EQ(mirror.load(), nullptr);
+    std::string* instance = get();
+    EXPECT_EQ(mirror.load(), instance);
+    EXPECT_EQ(get(), instance);
+    step.dispose();
+    EXPECT_EQ(mirror.load(), nullptr);
+    EXPECT_EQ(Named<10>::slot.peek(), nullptr);
+  }
+  EXPECT_EQ(Named<10>::creates, 2);
+}
+
 // Disposing s8 creates s9, which is linked at the head and disposed in the
 // same disposeAll().
 struct Chained {

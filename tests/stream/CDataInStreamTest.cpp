@@ -275,3 +275,22 @@ TEST(CDataInStreamTest, StreamOperationsReachTheInnerStream) {
   in.close();
   qo::test::ioError([&] { (void)in.readInt8(); }, CIOError::kStreamClosed);
 }
+
+// Values copied straight out of a CBufferStream see its current length and
+// state, and a closed stream fails as read() fails.
+TEST(CDataInStreamTest, InlineReadsFollowTheBufferStreamsState) {
+  Source s(hexBytes("01 02 03 04 05 06"), u"file:///data/six.bin");
+  EXPECT_EQ(0x0201, s.in.readUInt16());
+  s.buffer->seek(4);
+  EXPECT_EQ(0x0605, s.in.readUInt16());
+  s.buffer->seek(1);
+  EXPECT_EQ(0x05040302u, s.in.readUInt32());
+  auto e = catchError<CIOError>([&] { (void)s.in.readUInt16(); });  // one byte left
+  ASSERT_TRUE(e);
+  EXPECT_TRUE(e->isError(u"IO", CIOError::kUnexpectedEOF));
+  EXPECT_EQ(6, s.buffer->getPosition());  // the short read consumed it, as read() does
+  s.buffer->close();
+  e = catchError<CIOError>([&] { (void)s.in.readUInt8(); });
+  ASSERT_TRUE(e);
+  EXPECT_TRUE(e->isError(u"IO", CIOError::kStreamClosed));
+}

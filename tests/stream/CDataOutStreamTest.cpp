@@ -282,3 +282,39 @@ TEST(CDataOutStreamTest, StreamOperationsReachTheInnerStream) {
   out->close();
   ioError([&] { out->writeInt32(1); }, CIOError::kStreamClosed);
 }
+
+// Values stored straight into a CBufferStream follow what others did to the
+// stream and its shared buffer since, and fail as write() fails.
+TEST(CDataOutStreamTest, InlineWritesFollowTheBufferStreamsState) {
+  struct Case {
+    char const* name;
+    std::function<void(Sink&)> act;
+    char const* bytes;  // after writeInt32(0x04030201), act, writeInt16(0x0605)
+  };
+  Case const cases[] = {
+      {"nothing", [](Sink&) {}, "01 02 03 04 05 06"},
+      {"stream seek", [](Sink& s) { s.buffer->seek(1); }, "01 05 06 04"},
+      {"buffer cut", [](Sink& s) { s.buffer->getBuffer()->setSize(2); s.buffer->seek(2); }, "01 02 05 06"},
+      {"buffer cleared", [](Sink& s) { s.buffer->getBuffer()->clear(); s.buffer->seek(0); }, "05 06"},
+      {"buffer tight", [](Sink& s) { s.buffer->getBuffer()->shrinkToFit(); }, "01 02 03 04 05 06"},
+      {"direct write", [](Sink& s) { s.buffer->write("X", 1); }, "01 02 03 04 58 05 06"},
+  };
+  for (Case const& c : cases) {
+    SCOPED_TRACE(c.name);
+    Sink s;
+    s.out.writeInt32(0x04030201);
+    c.act(s);
+    s.out.writeInt16(0x0605);
+    EXPECT_EQ(hexBytes(c.bytes), s.bytes());
+    EXPECT_EQ(s.buffer->getPosition(), s.out.getPosition());
+  }
+  Sink closed;
+  closed.buffer->close();
+  ioError([&] { closed.out.writeInt32(1); }, CIOError::kStreamClosed);
+  P<TBuffer<unsigned char>> bytes = newP<TBuffer<unsigned char>>();
+  bytes->reserve(16);
+  P<CBufferStream> readOnly = newP<CBufferStream>(static_cast<TBuffer<unsigned char> const*>(bytes.get()));
+  CDataOutStream out(readOnly.get());
+  ioError([&] { out.writeInt64(1); }, CIOError::kWriteFailed);
+  EXPECT_EQ(0, bytes->getSize());
+}

@@ -2,6 +2,7 @@
 
 #include "qo/platform/posix/PosixWait.h"
 
+#include <atomic>
 #include <cerrno>
 #include <new>
 
@@ -10,15 +11,34 @@
 
 namespace qo::platform {
 
+// The state is an atomic beside the mutex: set() of a set event, reset(),
+// and a wait() that finds the event set take no lock, and set() locks only
+// when a thread sleeps. A sleeper counts itself in waiters before it tests
+// the state; set() stores the state before it reads waiters. Both are
+// sequentially consistent, so either set() sees the sleeper and wakes it
+// under the mutex (which the sleeper holds until it sleeps), or the sleeper
+// sees the state and does not sleep.
 struct NativeEvent {
   pthread_mutex_t mutex;
   pthread_cond_t cond;
   bool manualReset = true;
-  bool state = false;  // guarded by mutex
+  std::atomic<bool> state{false};
+  std::atomic<int> waiters{0};
 };
 
 using posixwait::deadlineAfter;
 using posixwait::fromCode;
+
+namespace {
+
+// Takes the state as a wait sees it: an auto-reset event is consumed.
+bool consume(NativeEvent* event) {
+  if (event->manualReset) return event->state.load();
+  bool expected = true;
+  return event->state.compare_exchange_strong(expected, false);
+}
+
+}  // namespace
 
 SysError eventCreate(bool manualReset, bool initialState, NativeEvent*& event) {
   event = nullptr;
@@ -36,7 +56,7 @@ SysError eventCreate(bool manualReset, bool initialState, NativeEvent*& event) {
     return fromCode(rc, "pthread_cond_init");
   }
   e->manualReset = manualReset;
-  e->state = initialState;
+  e->state.store(initialState);
   event = e;
   return {};
 }
@@ -49,8 +69,9 @@ void eventDestroy(NativeEvent* event) {
 }
 
 SysError eventSet(NativeEvent* event) {
+  if (event->state.exchange(true) && event->manualReset) return {};  // still set: every waiter was woken
+  if (event->waiters.load() == 0) return {};
   pthread_mutex_lock(&event->mutex);
-  event->state = true;
   if (event->manualReset)
     pthread_cond_broadcast(&event->cond);
   else
@@ -60,31 +81,33 @@ SysError eventSet(NativeEvent* event) {
 }
 
 SysError eventReset(NativeEvent* event) {
-  pthread_mutex_lock(&event->mutex);
-  event->state = false;
-  pthread_mutex_unlock(&event->mutex);
+  event->state.store(false);
   return {};
 }
 
 SysError eventWait(NativeEvent* event, int timeoutMillis, bool& signalled) {
-  signalled = false;
+  signalled = consume(event);
+  if (signalled || timeoutMillis == 0) return {};
   SysError error;
   pthread_mutex_lock(&event->mutex);
+  event->waiters.fetch_add(1);
   if (timeoutMillis < 0) {
-    while (!event->state) pthread_cond_wait(&event->cond, &event->mutex);
-  } else if (timeoutMillis > 0) {
+    while (!(signalled = consume(event))) pthread_cond_wait(&event->cond, &event->mutex);
+  } else {
     timespec at = deadlineAfter(timeoutMillis);
-    while (!event->state) {
+    while (!(signalled = consume(event))) {
       int rc = pthread_cond_timedwait(&event->cond, &event->mutex, &at);
-      if (rc == ETIMEDOUT) break;
+      if (rc == ETIMEDOUT) {
+        signalled = consume(event);
+        break;
+      }
       if (rc != 0) {
         error = fromCode(rc, "pthread_cond_timedwait");
         break;
       }
     }
   }
-  signalled = event->state;
-  if (signalled && !event->manualReset) event->state = false;
+  event->waiters.fetch_sub(1);
   pthread_mutex_unlock(&event->mutex);
   return error;
 }
