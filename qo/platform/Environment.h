@@ -25,8 +25,8 @@ struct EnvVar {
   std::u16string value;
 };
 
-/// The name of the call that readEnvironment reports in errors on every
-/// system: "GetEnvironmentStringsW".
+/// The name readEnvironment's errors report: "GetEnvironmentStringsW" on
+/// Windows, "environ" elsewhere.
 char const* environmentApiName();
 
 /// Replaces out with every variable, in the OS's order. An entry without

@@ -18,8 +18,8 @@
 
 namespace qo::platform {
 
-/// The name of the call that fillRandom reports in errors on every system:
-/// "BCryptGenRandom".
+/// The name of the call fillRandom makes, as errors report it:
+/// "BCryptGenRandom" on Windows, "getrandom" elsewhere.
 char const* randomApiName();
 
 /// Fills size bytes at buffer with random bytes; on failure the contents

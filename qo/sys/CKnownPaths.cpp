@@ -35,7 +35,7 @@ String CKnownPaths::getFolderPath(Folder which) {
   std::u16string path;
   if (platform::SysError e = platform::knownPath(folder, path))
     throw CSystemError(u"Error finding a known folder.", u"CKnownPaths::getFolder",
-                       which == Temp ? u"GetTempPathW" : u"SHGetKnownFolderPath", e.code, String::fromUTF8(e.text),
+                       which == Temp ? u"GetTempPathW" : u"SHGetKnownFolderPath", e,
                        CProps().add(u"folder", getFolderName(which)));
   return String(std::move(path));
 }

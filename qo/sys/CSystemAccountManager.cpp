@@ -11,7 +11,7 @@ namespace qo {
 namespace {
 
 void check(platform::SysError const& e, char16_t const* function, char16_t const* api) {
-  if (e) throw CSystemError(u"Error reading the user accounts.", function, api, e.code, String::fromUTF8(e.text));
+  if (e) throw CSystemError(u"Error reading the user accounts.", function, api, e);
 }
 
 [[noreturn]] void throwNotFound(char16_t const* key, String const& value) {

@@ -10,7 +10,7 @@ namespace {
 
 [[noreturn]] void throwSystemError(char16_t const* message, char16_t const* function, char16_t const* api,
                                    platform::SysError const& e) {
-  throw CSystemError(message, function, api, e.code, String::fromUTF8(e.text));
+  throw CSystemError(message, function, api, e);
 }
 
 platform::OsInfo osInfo(char16_t const* function) {

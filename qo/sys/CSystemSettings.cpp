@@ -80,7 +80,7 @@ void checkType(CSystemSettings::Scope scope, String const& key, String const& na
 
 [[noreturn]] void throwRegistryError(char const* place, char16_t const* api, platform::SysError const& e,
                                      CSystemSettings::Scope scope, String const& key, String const& name) {
-  throw CSystemError(u"Error accessing the registry.", String::fromUTF8(place), api, e.code, String::fromUTF8(e.text),
+  throw CSystemError(u"Error accessing the registry.", String::fromUTF8(place), api, e,
                      where(scope, key, name));
 }
 

@@ -10,7 +10,7 @@ namespace qo {
 namespace {
 
 void check(platform::SysError const& e, char16_t const* function, char16_t const* api) {
-  if (e) throw CSystemError(u"Error reading a system feature switch.", function, api, e.code, String::fromUTF8(e.text));
+  if (e) throw CSystemError(u"Error reading a system feature switch.", function, api, e);
 }
 
 }  // namespace

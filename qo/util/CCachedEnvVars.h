@@ -53,8 +53,9 @@ public:
   /// names. Thread-safe.
   std::vector<std::pair<String, String>> getAll() const;
   /// Replaces the snapshot with the current environment. Throws
-  /// CSystemError ("api" "GetEnvironmentStringsW") when the OS refuses; the
-  /// old snapshot then stays. Thread-safe.
+  /// CSystemError ("api" "GetEnvironmentStringsW" on Windows, "environ"
+  /// elsewhere) when the OS refuses; the old snapshot then stays.
+  /// Thread-safe.
   void refresh();
   /// True where names compare without regard to case (Windows).
   /// Thread-safe.

@@ -65,7 +65,8 @@ public:
   /// CInvalidArgError for an empty key.
   void seedByArray(std::uint64_t const* key, std::size_t length);
   /// seedByArray with 16 words from the OS's secure random source. Throws
-  /// CSystemError ("api" "BCryptGenRandom") when the OS refuses.
+  /// CSystemError ("api" "BCryptGenRandom" on Windows, "getrandom"
+  /// elsewhere) when the OS refuses.
   void seedFromOS();
 
   /// The generator's next raw output (below 2^32 for k32).

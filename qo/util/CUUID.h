@@ -52,7 +52,8 @@ public:
   explicit CUUID(Bytes const& bytes) noexcept : m_bytes(bytes) {}
 
   /// A new random id (version 4). Throws CSystemError ("api"
-  /// "BCryptGenRandom") when the OS refuses random bytes. Thread-safe.
+  /// "BCryptGenRandom" on Windows, "getrandom" elsewhere) when the OS
+  /// refuses random bytes. Thread-safe.
   static CUUID generateV4();
   /// A new time-ordered id (version 7), greater than every id this process
   /// made with it before. Throws as generateV4. Thread-safe.

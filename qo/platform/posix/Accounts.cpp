@@ -49,14 +49,12 @@ void fill(struct passwd const& pw, AccountInfo& out) {
   out.isAdmin = pw.pw_uid == 0;
 }
 
-SysError error(int code) {
-  return SysError{static_cast<std::uint32_t>(code), sysErrorText(static_cast<std::uint32_t>(code))};
-}
+SysError error(int code, char const* api) { return sysErrorOf(static_cast<std::uint32_t>(code), api); }
 
 // Runs getpw*_r with a growing buffer. "Not found" is rc 0 with no result;
 // some libcs report it as ENOENT/ESRCH/EBADF/EPERM instead.
 template <class Lookup>
-SysError lookupUser(Lookup lookup, bool& found, AccountInfo& out) {
+SysError lookupUser(char const* api, Lookup lookup, bool& found, AccountInfo& out) {
   found = false;
   std::string buffer(1024, '\0');
   for (;;) {
@@ -74,7 +72,7 @@ SysError lookupUser(Lookup lookup, bool& found, AccountInfo& out) {
       return SysError();
     }
     if (rc == 0 || rc == ENOENT || rc == ESRCH || rc == EBADF || rc == EPERM) return SysError();
-    return error(rc);
+    return error(rc, api);
   }
 }
 
@@ -84,7 +82,7 @@ SysError accountCurrent(AccountInfo& out) {
   uid_t uid = geteuid();
   bool found = false;
   SysError e = lookupUser(
-      [uid](struct passwd* pw, char* buf, std::size_t size, struct passwd** result) {
+      "getpwuid_r", [uid](struct passwd* pw, char* buf, std::size_t size, struct passwd** result) {
         return getpwuid_r(uid, pw, buf, size, result);
       },
       found, out);
@@ -104,7 +102,7 @@ SysError accountByName(std::u16string const& name, bool& found, AccountInfo& out
   std::string narrow;
   if (name.empty() || !toUTF8(name, narrow)) return SysError();
   return lookupUser(
-      [&narrow](struct passwd* pw, char* buf, std::size_t size, struct passwd** result) {
+      "getpwnam_r", [&narrow](struct passwd* pw, char* buf, std::size_t size, struct passwd** result) {
         return getpwnam_r(narrow.c_str(), pw, buf, size, result);
       },
       found, out);
@@ -121,7 +119,7 @@ SysError accountById(std::u16string const& id, bool& found, AccountInfo& out) {
   if (value > 0xFFFFFFFEull) return SysError();
   uid_t uid = static_cast<uid_t>(value);
   return lookupUser(
-      [uid](struct passwd* pw, char* buf, std::size_t size, struct passwd** result) {
+      "getpwuid_r", [uid](struct passwd* pw, char* buf, std::size_t size, struct passwd** result) {
         return getpwuid_r(uid, pw, buf, size, result);
       },
       found, out);
@@ -136,7 +134,7 @@ SysError accountListUsers(std::vector<AccountInfo>& out) {
     errno = 0;
     struct passwd* pw = getpwent();
     if (!pw) {
-      if (errno != 0 && errno != ENOENT) e = error(errno);
+      if (errno != 0 && errno != ENOENT) e = error(errno, "getpwent");
       break;
     }
     AccountInfo info;
@@ -157,7 +155,7 @@ SysError accountListGroups(std::vector<std::u16string>& out) {
     errno = 0;
     struct group* gr = getgrent();
     if (!gr) {
-      if (errno != 0 && errno != ENOENT) e = error(errno);
+      if (errno != 0 && errno != ENOENT) e = error(errno, "getgrent");
       break;
     }
     out.push_back(fromUTF8(gr->gr_name));

@@ -52,7 +52,9 @@ void appendText(std::u16string& out, char const* s, std::size_t n) {
 
 }  // namespace
 
-char const* environmentApiName() { return "GetEnvironmentStringsW"; }
+// The environment is the process's environ array: reading it makes no call
+// that could fail; errors would name it.
+char const* environmentApiName() { return "environ"; }
 
 SysError readEnvironment(std::vector<EnvVar>& out) {
   out.clear();

@@ -40,12 +40,12 @@ struct WakePipe {
 
 SysError fail(char const* call, char const*& api) {
   api = call;
-  return lastSysError();
+  return lastSysError(call);
 }
 
 SysError failCode(int code, char const* call, char const*& api) {
   api = call;
-  return SysError{static_cast<std::uint32_t>(code), sysErrorText(static_cast<std::uint32_t>(code))};
+  return sysErrorOf(static_cast<std::uint32_t>(code), call);
 }
 
 using Clock = std::chrono::steady_clock;
@@ -193,7 +193,7 @@ SysError ipcListenTCP(std::string const& host, int port, IPCListener*& listener,
   std::string const service = std::to_string(port);
   if (int rc = getaddrinfo(host.empty() ? nullptr : host.c_str(), service.c_str(), &hints, &found)) {
     api = "getaddrinfo";
-    return SysError{static_cast<std::uint32_t>(rc == EAI_SYSTEM ? errno : EINVAL), gai_strerror(rc)};
+    return SysError{static_cast<std::uint32_t>(rc == EAI_SYSTEM ? errno : EINVAL), gai_strerror(rc), api};
   }
   int fd = socket(found->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd < 0) {
@@ -336,7 +336,7 @@ SysError ipcConnectTCP(std::string const& host, int port, int timeoutMs, IPCChan
   std::string const service = std::to_string(port);
   if (int rc = getaddrinfo(host.c_str(), service.c_str(), &hints, &found)) {
     api = "getaddrinfo";
-    return SysError{static_cast<std::uint32_t>(rc == EAI_SYSTEM ? errno : EINVAL), gai_strerror(rc)};
+    return SysError{static_cast<std::uint32_t>(rc == EAI_SYSTEM ? errno : EINVAL), gai_strerror(rc), api};
   }
   int fd = -1;
   SysError e = connectLoop(found->ai_family, found->ai_addr, found->ai_addrlen, timeoutMs, fd, api);

@@ -25,13 +25,13 @@ struct IPCSemaphore {
 
 static SysError failCode(int code, char const* call, char const*& api) {
   api = call;
-  return SysError{static_cast<std::uint32_t>(code), sysErrorText(static_cast<std::uint32_t>(code))};
+  return sysErrorOf(static_cast<std::uint32_t>(code), call);
 }
 
 SysError ipcSemaphoreOpen(std::string const& name, int count, IPCSemaphore*& semaphore, char const*& api) {
   semaphore = nullptr;
   if (name.empty() || name.find('/') != std::string::npos || name.size() > 80 || count < 1 || count > 1024) {
-    return failCode(EINVAL, "CreateSemaphoreW", api);
+    return failCode(EINVAL, "mkdir", api);
   }
   std::string folder;
   if (SysError e = ipcLocalFolder(folder, api)) return e;
@@ -97,7 +97,7 @@ SysError ipcSemaphoreTake(IPCSemaphore* s, int timeoutMs, bool& taken, char cons
 
 SysError ipcSemaphoreGive(IPCSemaphore* s, char const*& api) {
   std::lock_guard<std::mutex> lock(s->mutex);
-  if (s->held.empty()) return failCode(EOVERFLOW, "ReleaseSemaphore", api);
+  if (s->held.empty()) return failCode(EOVERFLOW, "flock", api);
   int const fd = s->held.back();
   s->held.pop_back();
   flock(fd, LOCK_UN);

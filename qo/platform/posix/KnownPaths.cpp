@@ -39,8 +39,8 @@ SysError home(std::string& out) {
   struct passwd pw;
   struct passwd* result = nullptr;
   int rc = getpwuid_r(geteuid(), &pw, buffer.data(), buffer.size(), &result);
-  if (rc != 0) return SysError{static_cast<std::uint32_t>(rc), sysErrorText(static_cast<std::uint32_t>(rc))};
-  if (!result || !pw.pw_dir || pw.pw_dir[0] != '/') return SysError{ENOENT, sysErrorText(ENOENT)};
+  if (rc != 0) return sysErrorOf(static_cast<std::uint32_t>(rc), "getpwuid_r");
+  if (!result || !pw.pw_dir || pw.pw_dir[0] != '/') return sysErrorOf(ENOENT, "getpwuid_r");
   out = stripSlashes(pw.pw_dir);
   return SysError();
 }

@@ -11,7 +11,7 @@ namespace qo::platform {
 
 SysError toLocalTime(long long secondsSince1970, LocalTimeFields& out) {
   if (secondsSince1970 < std::numeric_limits<time_t>::min() || secondsSince1970 > std::numeric_limits<time_t>::max())
-    return SysError{static_cast<std::uint32_t>(EOVERFLOW), sysErrorText(EOVERFLOW)};
+    return sysErrorOf(EOVERFLOW, "localtime_r");
   time_t const t = static_cast<time_t>(secondsSince1970);
   struct tm fields {};
   // localtime_r need not read TZ again; tzset keeps a changed zone visible.
@@ -24,7 +24,7 @@ SysError toLocalTime(long long secondsSince1970, LocalTimeFields& out) {
   zone.unlock();
   if (converted == nullptr) {
     int const code = errno != 0 ? errno : EOVERFLOW;
-    return SysError{static_cast<std::uint32_t>(code), sysErrorText(static_cast<std::uint32_t>(code))};
+    return sysErrorOf(static_cast<std::uint32_t>(code), "localtime_r");
   }
   out.year = fields.tm_year + 1900;
   out.month = fields.tm_mon + 1;

@@ -6,7 +6,7 @@
 
 namespace qo::platform {
 
-char const* randomApiName() { return "BCryptGenRandom"; }
+char const* randomApiName() { return "getrandom"; }
 
 SysError fillRandom(void* buffer, std::size_t size) {
   auto* out = static_cast<unsigned char*>(buffer);
@@ -16,7 +16,7 @@ SysError fillRandom(void* buffer, std::size_t size) {
     ssize_t got = getrandom(out, size, 0);
     if (got < 0) {
       if (errno == EINTR) continue;
-      return lastSysError();
+      return lastSysError("getrandom");
     }
     out += got;
     size -= static_cast<std::size_t>(got);

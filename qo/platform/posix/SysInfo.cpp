@@ -69,7 +69,7 @@ void parseRelease(char const* release, int (&parts)[3]) {
 SysError getOsInfo(OsInfo& out) {
   out = OsInfo();
   struct utsname names;
-  if (uname(&names) != 0) return lastSysError();
+  if (uname(&names) != 0) return lastSysError("uname");
   out.type = widen(names.sysname);
   int parts[3] = {0, 0, 0};
   parseRelease(names.release, parts);
@@ -90,8 +90,8 @@ SysError getMemoryInfo(MemoryInfo& out) {
   long pageSize = sysconf(_SC_PAGESIZE);
   long pages = sysconf(_SC_PHYS_PAGES);
   if (pageSize <= 0 || pages <= 0) {
-    SysError error = lastSysError();
-    if (!error) error = SysError{EINVAL, sysErrorText(EINVAL)};
+    SysError error = lastSysError("sysconf");
+    if (!error) error = sysErrorOf(EINVAL, "sysconf");
     return error;
   }
   out.totalPhysical = static_cast<unsigned long long>(pages) * static_cast<unsigned long long>(pageSize);
@@ -110,7 +110,7 @@ int getCoreCount() {
 SysError getMachineName(std::u16string& out) {
   out.clear();
   char name[256] = {};
-  if (gethostname(name, sizeof name - 1) != 0) return lastSysError();
+  if (gethostname(name, sizeof name - 1) != 0) return lastSysError("gethostname");
   out = fromUTF8(name);
   return SysError();
 }
@@ -121,7 +121,7 @@ SysError getUptimeMillis(long long& out) {
 #ifdef CLOCK_BOOTTIME
   if (clock_gettime(CLOCK_BOOTTIME, &now) != 0)
 #endif
-    if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) return lastSysError();
+    if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) return lastSysError("clock_gettime");
   out = static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
   return SysError();
 }
