@@ -160,6 +160,9 @@ String readText(CDataInStream& in) {
   int const n = readCount(in, 1, "string");
   std::string bytes(static_cast<std::size_t>(n), '\0');
   if (n > 0) in.read(&bytes[0], n);
+  // The record format's writer ends a text at a NUL, so a text holding one
+  // could not be sent on whole: no sender makes it.
+  if (bytes.find('\0') != std::string::npos) corrupt("string");
   try {
     return String::fromUTF8(bytes);
   } catch (CError const&) {

@@ -405,7 +405,8 @@ TEST(CProxyFileSystem, GarbageRequestsAreAnsweredWithAnErrorAndTheConnectionStay
   server->listen(String::fromUTF8(name));
   P<CIPCConnection> c = CIPCConnection::connect(String::fromUTF8(name), 5000, Msg::kVersion);
   std::vector<std::vector<unsigned char>> const garbage = {
-      {}, {1, 0, 0, 0}, {1, 0, 0, 0, 99, 0, 0, 0}, {2, 0, 0, 0, 15, 0, 0, 0}, {1, 0, 0, 0, 15, 0, 0, 0, 0xff, 0xff, 0xff, 0x7f}};
+      {}, {1, 0, 0, 0}, {1, 0, 0, 0, 99, 0, 0, 0}, {2, 0, 0, 0, 15, 0, 0, 0}, {1, 0, 0, 0, 15, 0, 0, 0, 0xff, 0xff, 0xff, 0x7f},
+      {1, 0, 0, 0, 15, 0, 0, 0, 3, 0, 0, 0, 'a', 0, 'b'}};  // a text holding a NUL
   for (std::size_t i = 0; i < garbage.size(); ++i) {
     SCOPED_TRACE(i);
     P<Msg> answer = Msg::readAnswer(c->call(garbage[i]), Msg::OpFileExists);
