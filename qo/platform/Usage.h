@@ -4,11 +4,11 @@
 // Counters only: the caller keeps the previous reading and divides the
 // differences by the time between them. Windows: GetSystemTimes,
 // DeviceIoControl(IOCTL_DISK_PERFORMANCE) on \\.\PhysicalDriveN,
-// GetLastInputInfo with GetTickCount, GetSystemPowerStatus. POSIX (Linux):
+// GetLastInputInfo with GetTickCount. POSIX (Linux):
 // the first line of /proc/stat, /proc/diskstats for the whole disks that
 // /sys/block lists (loop and RAM disks left out), the access time of the
 // terminals in /dev/pts and the virtual consoles (the tty layer stamps it
-// on input, as `w` reads it), /sys/class/power_supply.
+// on input, as `w` reads it). The power source comes from Power.h.
 //
 //   CpuTimes a, b; usageCpuTimes(a); ...; usageCpuTimes(b);
 //   double busy = double(b.busy - a.busy) / double(b.total - a.total);
@@ -46,9 +46,6 @@ SysError usageDiskCounters(DiskCounters& out);
 /// Milliseconds since the last keyboard or mouse input of the user;
 /// known false when the OS does not tell.
 SysError usageIdleMillis(std::int64_t& idleMillis, bool& known);
-
-/// Power source: -1 unknown, 0 mains (or no battery at all), 1 battery.
-SysError usageOnBattery(int& onBattery);
 
 /// A monotonic clock in milliseconds.
 std::int64_t usageNowMillis();

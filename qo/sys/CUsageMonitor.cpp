@@ -1,6 +1,7 @@
 #include "qo/sys/CUsageMonitor.h"
 
 #include "qo/core/CError.h"
+#include "qo/platform/Power.h"
 #include "qo/platform/Usage.h"
 #include "qo/sys/CVisibleProcessMonitor.h"
 #include "qo/thread/CMutexLock.h"
@@ -81,8 +82,17 @@ IUsageSampler::CSample CUsageMonitor::sample() {
   bool known = false;
   s.idleMillis = !platform::usageIdleMillis(idle, known) && known ? idle : -1;
 
-  int battery = -1;
-  s.onBattery = platform::usageOnBattery(battery) ? TriUnknown : static_cast<ETri>(battery);
+  // A machine without a system battery runs on mains.
+  platform::PowerStatus power;
+  if (platform::powerGetStatus(nullptr, power)) {
+    s.onBattery = TriUnknown;
+  } else if (!power.hasBattery) {
+    s.onBattery = TriNo;
+  } else {
+    s.onBattery = power.source == platform::PowerSource::Battery ? TriYes
+                  : power.source == platform::PowerSource::AC    ? TriNo
+                                                                 : TriUnknown;
+  }
 
   s.fullScreen = TriUnknown;
   if (CVisibleProcessMonitor::canDetectFullScreen()) {

@@ -9,8 +9,8 @@
 // - Disk load: the busiest disk's share of time with requests in flight and
 //   the requests completed (Windows IOCTL_DISK_PERFORMANCE, unknown where
 //   the disks do not report; Linux /proc/diskstats of the whole disks).
-// - Battery: GetSystemPowerStatus or /sys/class/power_supply (a machine
-//   without a battery is not on battery).
+// - Battery: the power source CPowerState reads (a machine without a
+//   system battery is not on battery).
 // - Full screen: CVisibleProcessMonitor (unknown where the system cannot
 //   tell).
 // Loads cover the time since the previous sample (the first covers the time

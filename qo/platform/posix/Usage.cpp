@@ -25,13 +25,6 @@ bool readSmallFile(char const* path, std::string& out) {
   return true;
 }
 
-std::string firstLine(std::string const& path) {
-  std::string text;
-  if (!readSmallFile(path.c_str(), text)) return std::string();
-  std::size_t end = text.find('\n');
-  return end == std::string::npos ? text : text.substr(0, end);
-}
-
 // A whole disk worth counting: listed in /sys/block (partitions are not),
 // and not a loop device or a RAM disk, whose traffic is that of files or
 // memory, not of a disk.
@@ -108,27 +101,6 @@ SysError usageIdleMillis(std::int64_t& idleMillis, bool& known) {
   long long const nowMillis = static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
   idleMillis = nowMillis > latest ? nowMillis - latest : 0;
   known = true;
-  return SysError{};
-}
-
-SysError usageOnBattery(int& onBattery) {
-  onBattery = 0;  // no battery at all: the machine runs on mains
-  DIR* dir = ::opendir("/sys/class/power_supply");
-  if (!dir) return SysError{};
-  bool batteryDischarging = false, mainsOnline = false, battery = false;
-  while (struct dirent* entry = ::readdir(dir)) {
-    if (entry->d_name[0] == '.') continue;
-    std::string const base = std::string("/sys/class/power_supply/") + entry->d_name + "/";
-    std::string const type = firstLine(base + "type");
-    if (type == "Mains" || type == "USB") {
-      if (firstLine(base + "online") == "1") mainsOnline = true;
-    } else if (type == "Battery" && firstLine(base + "scope") != "Device") {
-      battery = true;
-      if (firstLine(base + "status") == "Discharging") batteryDischarging = true;
-    }
-  }
-  ::closedir(dir);
-  if (battery) onBattery = mainsOnline ? 0 : (batteryDischarging ? 1 : 0);
   return SysError{};
 }
 

@@ -60,16 +60,6 @@ SysError usageIdleMillis(std::int64_t& idleMillis, bool& known) {
   return SysError{};
 }
 
-SysError usageOnBattery(int& onBattery) {
-  onBattery = -1;
-  SYSTEM_POWER_STATUS status;
-  if (!GetSystemPowerStatus(&status)) return lastSysError();
-  if (status.ACLineStatus == 0) onBattery = 1;
-  else if (status.ACLineStatus == 1) onBattery = 0;
-  else if (status.BatteryFlag & 128) onBattery = 0;  // no system battery
-  return SysError{};
-}
-
 std::int64_t usageNowMillis() { return static_cast<std::int64_t>(GetTickCount64()); }
 
 }  // namespace qo::platform
