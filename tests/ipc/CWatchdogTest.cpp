@@ -26,19 +26,11 @@
 #include "qo/thread/IRunnable.h"
 #include "qo/thread/threadYield.h"
 
-#if defined(__GNUC__) || defined(__clang__)
-#  define QO_CRASHER __attribute__((noinline, no_sanitize("undefined")))
-#else
-#  define QO_CRASHER
-#endif
-
 namespace qo {
 namespace {
 
+using crashtest::crashByNullPointer;
 using crashtest::TempFolder;
-
-int* volatile g_null = nullptr;
-QO_CRASHER void crashByNullPointer() { *g_null = 1; }
 
 std::string g_logPath;
 P<CXMLLog> makeLog() { return newP<CXMLLog>(String::fromUTF8(g_logPath)); }

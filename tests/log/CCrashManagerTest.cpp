@@ -24,30 +24,19 @@
 #  include <unistd.h>
 #endif
 
-#if defined(__GNUC__) || defined(__clang__)
-// The faults must reach the hooks as faults, not as sanitizer reports. Not
-// instrumented for ThreadSanitizer either: threads faulting on the same
-// address at once would be reported as a race on it, and that report can
-// deadlock against the sanitizer's own handling of the deadly signal.
-#  define QO_CRASHER __attribute__((noinline, no_sanitize("undefined", "thread")))
-#else
-#  define QO_CRASHER
-#endif
-
 namespace qo {
 namespace {
 
+using crashtest::crashByNullPointer;
 using crashtest::TempFolder;
 
 // --- ways to crash -------------------------------------------------------------
 
-int* volatile g_null = nullptr;
 volatile int g_zero = 0;
 volatile int g_seven = 7;
 volatile int g_sink = 0;
 volatile bool g_stopRecursion = false;
 
-QO_CRASHER void crashByNullPointer() { *g_null = 1; }
 QO_CRASHER void crashByIntegerDivision() { g_sink = g_seven / g_zero; }
 QO_CRASHER int recurse(int depth) {
   volatile char pad[1024];

@@ -22,10 +22,24 @@
 #include "qo/fs/TPathImpl.h"
 #include "qo/log/CQuickXMLChecker.h"
 
+#if defined(__GNUC__) || defined(__clang__)
+// The faults must reach the hooks as faults, not as sanitizer reports. Not
+// instrumented for ThreadSanitizer either: threads faulting on the same
+// address at once would be reported as a race on it, and that report can
+// deadlock against the sanitizer's own handling of the deadly signal.
+#  define QO_CRASHER __attribute__((noinline, no_sanitize("undefined", "thread")))
+#else
+#  define QO_CRASHER
+#endif
+
 namespace qo::crashtest {
 
 namespace fs = std::filesystem;
 using WinPath = TPathImpl<CWindowsPathTraits>;
+
+inline int* volatile g_null = nullptr;
+/// Writes through a null pointer: an access violation at address 0.
+QO_CRASHER inline void crashByNullPointer() { *g_null = 1; }
 
 /// One token per test run, shared with death-test children through the
 /// environment (they run the test body again and must find the same folder).
