@@ -22,6 +22,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "qo/platform/posix/Utf8Text.h"
+
 extern char** environ;
 
 namespace qo::platform {
@@ -40,75 +42,6 @@ struct NativePipe {
 namespace {
 
 SysError errorOf(int code, char const* api = nullptr) { return sysErrorOf(static_cast<std::uint32_t>(code), api); }
-
-// False for a lone surrogate, which has no UTF-8 form: the text would
-// reach the child changed.
-bool toUTF8(std::u16string const& text, std::string& out) {
-  out.clear();
-  out.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    std::uint32_t c = text[i];
-    if (c >= 0xD800 && c < 0xDC00 && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] < 0xE000) {
-      c = 0x10000 + ((c - 0xD800) << 10) + (text[i + 1] - 0xDC00);
-      ++i;
-    } else if (c >= 0xD800 && c < 0xE000) {
-      return false;
-    }
-    if (c < 0x80) {
-      out += static_cast<char>(c);
-    } else if (c < 0x800) {
-      out += static_cast<char>(0xC0 | (c >> 6));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-      out += static_cast<char>(0xE0 | (c >> 12));
-      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-      out += static_cast<char>(0xF0 | (c >> 18));
-      out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    }
-  }
-  return true;
-}
-
-// UTF-8 where valid; a byte that is not part of valid UTF-8 is taken as
-// Latin-1, so no name from the system is lost.
-std::u16string utf16(std::string const& text) {
-  std::u16string out;
-  out.reserve(text.size());
-  auto const* s = reinterpret_cast<unsigned char const*>(text.data());
-  std::size_t const n = text.size();
-  for (std::size_t i = 0; i < n;) {
-    unsigned char const b = s[i];
-    std::size_t len = b < 0x80 ? 1 : (b >> 5) == 6 ? 2 : (b >> 4) == 14 ? 3 : (b >> 3) == 30 ? 4 : 0;
-    std::uint32_t c = len == 1 ? b : len == 2 ? (b & 0x1F) : len == 3 ? (b & 0x0F) : (b & 0x07);
-    bool ok = len != 0 && i + len <= n;
-    for (std::size_t k = 1; ok && k < len; ++k) {
-      ok = (s[i + k] & 0xC0) == 0x80;
-      c = (c << 6) | (s[i + k] & 0x3F);
-    }
-    if (ok) {
-      ok = !(len == 2 && c < 0x80) && !(len == 3 && c < 0x800) && !(len == 4 && (c < 0x10000 || c > 0x10FFFF)) &&
-           !(c >= 0xD800 && c < 0xE000);
-    }
-    if (!ok) {
-      out += static_cast<char16_t>(b);
-      ++i;
-      continue;
-    }
-    if (c >= 0x10000) {
-      c -= 0x10000;
-      out += static_cast<char16_t>(0xD800 + (c >> 10));
-      out += static_cast<char16_t>(0xDC00 + (c & 0x3FF));
-    } else {
-      out += static_cast<char16_t>(c);
-    }
-    i += len;
-  }
-  return out;
-}
 
 void closeFd(int& fd) {
   if (fd >= 0) ::close(fd);
@@ -151,8 +84,8 @@ std::u16string userName(uid_t uid) {
   while ((rc = getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found)) == ERANGE) {
     buffer.resize(buffer.size() * 2);
   }
-  if (rc == 0 && found && found->pw_name) return utf16(found->pw_name);
-  return utf16(std::to_string(uid));
+  if (rc == 0 && found && found->pw_name) return utf16FromSystem(found->pw_name);
+  return utf16FromSystem(std::to_string(uid));
 }
 
 // Keeps the exit status; the pid is free for reuse from here on.
@@ -190,7 +123,7 @@ SysError processStart(ProcessStartInfo const& info, ProcessHandle& process, Pipe
   // Everything is converted before the spawn.
   std::vector<std::string> args(info.argv.size());
   for (std::size_t i = 0; i < args.size(); ++i) {
-    if (!toUTF8(info.argv[i], args[i])) return errorOf(EILSEQ, "posix_spawn");
+    if (!utf8ForSystem(info.argv[i], args[i])) return errorOf(EILSEQ, "posix_spawn");
   }
   std::vector<char*> argv;
   for (auto& a : args) argv.push_back(a.data());
@@ -200,13 +133,13 @@ SysError processStart(ProcessStartInfo const& info, ProcessHandle& process, Pipe
   if (!info.inheritEnvironment) {
     env.resize(info.environment.size());
     for (std::size_t i = 0; i < env.size(); ++i) {
-      if (!toUTF8(info.environment[i], env[i])) return errorOf(EILSEQ, "posix_spawn");
+      if (!utf8ForSystem(info.environment[i], env[i])) return errorOf(EILSEQ, "posix_spawn");
     }
     for (auto& e : env) envp.push_back(e.data());
     envp.push_back(nullptr);
   }
   std::string folder;
-  if (!toUTF8(info.workingFolder, folder)) return errorOf(EILSEQ, "posix_spawn");
+  if (!utf8ForSystem(info.workingFolder, folder)) return errorOf(EILSEQ, "posix_spawn");
 
   // [0] the child's end, [1] ours; both close-on-exec, the child's end
   // reaches the child only through dup2 onto 0, 1 or 2.
@@ -406,7 +339,7 @@ std::uint64_t processCurrentId() { return static_cast<std::uint64_t>(::getpid())
 SysError processCurrentExecutable(std::u16string& path) {
   std::string target;
   if (!readLink("/proc/self/exe", target)) return errorOf(errno, "readlink");
-  path = utf16(target);
+  path = utf16FromSystem(target);
   return SysError{};
 }
 
@@ -419,7 +352,7 @@ SysError processCurrentCommandLine(std::vector<std::u16string>& argv, std::u16st
   while (start < all.size()) {
     std::size_t const end = all.find('\0', start);
     std::size_t const stop = end == std::string::npos ? all.size() : end;
-    argv.push_back(utf16(all.substr(start, stop - start)));
+    argv.push_back(utf16FromSystem(all.substr(start, stop - start)));
     start = stop + 1;
   }
   return SysError{};
@@ -427,7 +360,7 @@ SysError processCurrentCommandLine(std::vector<std::u16string>& argv, std::u16st
 
 SysError processCurrentEnvironment(std::vector<std::u16string>& entries) {
   entries.clear();
-  for (char** e = environ; e && *e; ++e) entries.push_back(utf16(*e));
+  for (char** e = environ; e && *e; ++e) entries.push_back(utf16FromSystem(*e));
   return SysError{};
 }
 
@@ -457,7 +390,7 @@ SysError processList(std::vector<ProcessEntry>& entries) {
       if (std::sscanf(stat.c_str() + close + 1, " %c %llu", &state, &parent) == 2) entry.parentId = parent;
     }
     std::string exe;
-    if (readLink(base + "/exe", exe)) entry.executablePath = utf16(exe);
+    if (readLink(base + "/exe", exe)) entry.executablePath = utf16FromSystem(exe);
     struct stat info;
     if (::stat(base.c_str(), &info) == 0) entry.user = userName(info.st_uid);
     entries.push_back(std::move(entry));

@@ -11,6 +11,8 @@
 #include <unistd.h>
 #if defined(__linux__)
 #include <sys/prctl.h>
+
+#include "qo/platform/posix/Utf8Text.h"
 #endif
 
 namespace qo::platform {
@@ -37,34 +39,7 @@ SysError watchdogLibraryPath(std::u16string& path) {
   if (realpath(name, resolved) != nullptr) name = resolved;
   // The path as the file system has it: UTF-8, each byte of other text as
   // itself.
-  std::string const text(name);
-  for (std::size_t i = 0; i < text.size();) {
-    auto const b = static_cast<unsigned char>(text[i]);
-    int const len = b < 0x80 ? 1 : (b >> 5) == 6 ? 2 : (b >> 4) == 14 ? 3 : (b >> 3) == 30 ? 4 : 0;
-    std::uint32_t c = b;
-    bool ok = len > 0 && i + static_cast<std::size_t>(len) <= text.size();
-    if (ok && len > 1) {
-      c = b & (0x7Fu >> len);
-      for (int k = 1; k < len && ok; ++k) {
-        auto const n = static_cast<unsigned char>(text[i + static_cast<std::size_t>(k)]);
-        ok = (n & 0xC0) == 0x80;
-        c = (c << 6) | (n & 0x3F);
-      }
-    }
-    if (!ok) {
-      c = b;
-      path.push_back(static_cast<char16_t>(c));
-      ++i;
-      continue;
-    }
-    if (c >= 0x10000) {
-      path.push_back(static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10)));
-      path.push_back(static_cast<char16_t>(0xDC00 + ((c - 0x10000) & 0x3FF)));
-    } else {
-      path.push_back(static_cast<char16_t>(c));
-    }
-    i += static_cast<std::size_t>(len);
-  }
+  path = utf16FromSystem(name);
   return SysError();
 }
 
