@@ -213,6 +213,55 @@ struct Location {
 
 #if defined(__x86_64__)
 // The machine context as the AMD64 CONTEXT record that minidumps carry.
+// The system-information stream: AMD64, the kernel's release as the
+// version, Linux as the platform. Makes no allocation (crash-time safe).
+Location writeSystemInfo(DumpOut& out, int processors) {
+  utsname names{};
+  uname(&names);
+  std::uint32_t version[3] = {0, 0, 0};
+  {
+    char const* p = names.release;
+    for (int i = 0; i < 3 && *p != 0; ++i) {
+      while (*p >= '0' && *p <= '9') version[i] = version[i] * 10 + static_cast<std::uint32_t>(*p++ - '0');
+      while (*p != 0 && (*p < '0' || *p > '9')) ++p;
+    }
+  }
+  out.align(8);
+  std::uint32_t const csdRva = out.pos();
+  out.u32(0);
+  out.u16(0);
+  out.align(8);
+  Location loc;
+  loc.rva = out.pos();
+  out.u16(9);  // AMD64
+  out.u16(6);  // processor level
+  out.u16(0);
+  out.u8(static_cast<std::uint8_t>(processors > 255 ? 255 : processors));
+  out.u8(1);   // workstation
+  out.u32(version[0]);
+  out.u32(version[1]);
+  out.u32(version[2]);
+  out.u32(0x8201);  // Linux
+  out.u32(csdRva);
+  out.u16(0);
+  out.u16(0);
+  out.zeros(24);  // processor information
+  loc.size = out.pos() - loc.rva;
+  return loc;
+}
+
+// The miscellaneous-information stream holding the process id.
+Location writeMiscInfo(DumpOut& out, std::uint32_t processId) {
+  Location loc;
+  loc.rva = out.pos();
+  out.u32(24);
+  out.u32(1);  // the process id is valid
+  out.u32(processId);
+  out.zeros(12);
+  loc.size = 24;
+  return loc;
+}
+
 void writeContext(DumpOut& out, PosixRecord const& r) {
   greg_t const* g = r.context.uc_mcontext.gregs;
   auto const reg = [&](int index) { return static_cast<std::uint64_t>(g[index]); };
@@ -276,45 +325,8 @@ bool crashWriteMinidump(CrashFileHandle file, CrashRecord const& record, std::ui
   // Header and directory are written last, in place.
   out.zeros(32 + kStreamCount * 12);
 
-  // System information.
-  utsname names{};
-  uname(&names);
-  std::uint32_t version[3] = {0, 0, 0};
-  {
-    char const* p = names.release;
-    for (int i = 0; i < 3 && *p != 0; ++i) {
-      while (*p >= '0' && *p <= '9') version[i] = version[i] * 10 + static_cast<std::uint32_t>(*p++ - '0');
-      while (*p != 0 && (*p < '0' || *p > '9')) ++p;
-    }
-  }
-  out.align(8);
-  std::uint32_t const csdRva = out.pos();
-  out.u32(0);
-  out.u16(0);
-  out.align(8);
-  dir[0].rva = out.pos();
-  out.u16(9);  // AMD64
-  out.u16(6);  // processor level
-  out.u16(0);
-  out.u8(static_cast<std::uint8_t>(g_processorCount.load() > 255 ? 255 : g_processorCount.load()));
-  out.u8(1);   // workstation
-  out.u32(version[0]);
-  out.u32(version[1]);
-  out.u32(version[2]);
-  out.u32(0x8201);  // Linux
-  out.u32(csdRva);
-  out.u16(0);
-  out.u16(0);
-  out.zeros(24);  // processor information
-  dir[0].size = out.pos() - dir[0].rva;
-
-  // Process id.
-  dir[1].rva = out.pos();
-  out.u32(24);
-  out.u32(1);  // the process id is valid
-  out.u32(static_cast<std::uint32_t>(getpid()));
-  out.zeros(12);
-  dir[1].size = 24;
+  dir[0] = writeSystemInfo(out, g_processorCount.load());
+  dir[1] = writeMiscInfo(out, static_cast<std::uint32_t>(getpid()));
 
   // The crashing thread's registers.
   out.align(16);
@@ -759,49 +771,12 @@ SysError crashWriteMinidumpOfOtherProcess(std::uint32_t processId, wchar_t const
   out.zeros(32 + static_cast<std::size_t>(streamCount) * 12);
 
   // System information and the process id, as the in-process dump has them.
-  utsname names{};
-  uname(&names);
-  std::uint32_t version[3] = {0, 0, 0};
-  {
-    char const* p = names.release;
-    for (int i = 0; i < 3 && *p != 0; ++i) {
-      while (*p >= '0' && *p <= '9') version[i] = version[i] * 10 + static_cast<std::uint32_t>(*p++ - '0');
-      while (*p != 0 && (*p < '0' || *p > '9')) ++p;
-    }
-  }
   long const cpus = sysconf(_SC_NPROCESSORS_ONLN);
-  out.align(8);
-  std::uint32_t const csdRva = out.pos();
-  out.u32(0);
-  out.u16(0);
-  out.align(8);
-  Location loc;
-  loc.rva = out.pos();
-  out.u16(9);
-  out.u16(6);
-  out.u16(0);
-  out.u8(static_cast<std::uint8_t>(cpus > 255 ? 255 : cpus > 0 ? cpus : 1));
-  out.u8(1);
-  out.u32(version[0]);
-  out.u32(version[1]);
-  out.u32(version[2]);
-  out.u32(0x8201);
-  out.u32(csdRva);
-  out.u16(0);
-  out.u16(0);
-  out.zeros(24);
-  loc.size = out.pos() - loc.rva;
   dirTypes.push_back(kStreamSystemInfo);
-  dir.push_back(loc);
-
-  loc.rva = out.pos();
-  out.u32(24);
-  out.u32(1);
-  out.u32(processId);
-  out.zeros(12);
-  loc.size = 24;
+  dir.push_back(writeSystemInfo(out, cpus > 0 ? static_cast<int>(cpus) : 1));
   dirTypes.push_back(kStreamMiscInfo);
-  dir.push_back(loc);
+  dir.push_back(writeMiscInfo(out, processId));
+  Location loc;
 
   // Each thread's registers, stack and (for the first) the code around its
   // instruction.
