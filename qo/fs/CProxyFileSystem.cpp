@@ -19,12 +19,22 @@
 #include <random>
 #include <vector>
 
-
 namespace qo {
 
 namespace {
 
 using Msg = CProxyFileSystemMessage;
+
+// Asks the server to release what handle names, from a destructor: when the
+// connection is gone the server has released it with the connection.
+void releaseInServer(CProxyFileSystem& fs, long long generation, Msg::Op op, long long handle) noexcept {
+  try {
+    Msg request(op);
+    request.handle = handle;
+    fs.callOn(generation, request);
+  } catch (CError const&) {
+  }
+}
 
 // The lock object of a proxy stream: releases the lock in the server when
 // it dies.
@@ -32,15 +42,7 @@ class CProxyLock : public CBase, public IStreamLock {
 public:
   CProxyLock(P<CProxyFileSystem> fs, long long generation, long long handle)
       : m_fs(std::move(fs)), m_generation(generation), m_handle(handle) {}
-  ~CProxyLock() override {
-    Msg request(Msg::OpLockRelease);
-    request.handle = m_handle;
-    try {
-      m_fs->callOn(m_generation, request);
-    } catch (CError const&) {
-      // The connection is gone: the server released the lock with it.
-    }
-  }
+  ~CProxyLock() override { releaseInServer(*m_fs, m_generation, Msg::OpLockRelease, m_handle); }
 
 private:
   P<CProxyFileSystem> m_fs;
@@ -178,13 +180,7 @@ public:
   CProxyFolderIterator(P<CProxyFileSystem> fs, long long generation, long long handle)
       : m_fs(std::move(fs)), m_generation(generation), m_handle(handle) {}
   ~CProxyFolderIterator() override {
-    if (m_ended) return;
-    Msg request(Msg::OpFolderClose);
-    request.handle = m_handle;
-    try {
-      m_fs->callOn(m_generation, request);
-    } catch (CError const&) {
-    }
+    if (!m_ended) releaseInServer(*m_fs, m_generation, Msg::OpFolderClose, m_handle);
   }
   bool getNext(P<IFileInfoBase>& out) override {
     while (m_next >= m_batch.size()) {
